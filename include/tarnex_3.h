@@ -1,0 +1,168 @@
+/*
+ * Tarnex 3: opaque handles that carry named string parameters, and a diagnostic log of every call.
+ *
+ * Conventions, settled once for the whole interface:
+ *
+ * 1. Every function returns a TarnexResult. TARNEX_OK (0) says that the call did what was asked; each
+ *    refusal has a code of its own, and the codes a function can return are listed with it.
+ * 2. A handle lives in a variable of yours. Functions take the address of that variable, phAuth, which must
+ *    not be null. The variable may hold anything: its value is only ever compared with the handles that
+ *    exist, so a null, stale or invalid value is answered with a code and never followed. (The memory of a
+ *    deleted handle may come back as a new one; a stale copy of the old value then names the new handle.)
+ * 3. The library owns the handle objects. You own your variables and every string you pass: strings are
+ *    copied during the call and no pointer of yours is kept after it.
+ * 4. Strings are NUL-terminated bytes of any length. Keys and values are stored exactly as passed, in
+ *    whatever encoding, and keys are compared byte for byte. Only the log name must be valid UTF-8.
+ * 5. Every function may be called from any thread, at any time between loading and unloading the library,
+ *    but not from a DllMain. The handle functions run one call at a time.
+ * 6. No code stands for running out of memory, or for an operating system that fails underneath: these raise
+ *    C++ exceptions (std::bad_alloc, std::system_error and, from the first message of a process, whatever
+ *    opening the log file raises). A call that ends so has changed neither your handle variable nor the set
+ *    of handles. Programs in other languages can only treat them as fatal.
+ * 7. Deleting your handles before you unload the library is good style but not a must: what is left is
+ *    destroyed, and the log is flushed, when the library is unloaded or the process exits.
+ */
+#ifndef TARNEX_3_H
+#define TARNEX_3_H
+
+#include <stdint.h>
+
+#if defined(TARNEX_3_BUILDING)
+#define TARNEX_API
+#else
+#define TARNEX_API __declspec(dllimport)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What a call came to. The values are fixed for all versions of this interface, and not contiguous. */
+typedef uint32_t TarnexResult;
+
+enum {
+    /* The call did what was asked. */
+    TARNEX_OK = 0,
+    /* A required string is null, or an argument cannot be used: a log level above 6, a log name for which no
+       file could be created, a stored value that is not an integer. */
+    TARNEX_E_INVALID_ARGUMENT = 7,
+    /* The value in the handle variable is no handle: never created, already deleted, or null. */
+    TARNEX_E_HANDLE_NOT_FOUND = 13,
+    /* Creation was asked with a variable that still holds a handle; nothing was created. */
+    TARNEX_E_HANDLE_EXISTS = 14,
+    /* The handle has no parameter of that name. */
+    TARNEX_E_PARAM_NOT_FOUND = 16,
+    /* The parameters of the handle are locked; the change was refused. */
+    TARNEX_E_HANDLE_LOCKED = 20,
+    /* An integer parameter lies outside the bounds asked for. No exported function returns it. */
+    TARNEX_E_OUT_OF_RANGE = 33,
+    /* The log name can no longer be changed because the log file is already in use. */
+    TARNEX_E_LOG_FILE_EXISTS = 39,
+    /* There is no log to flush yet. */
+    TARNEX_E_NO_LOGGER = 40
+};
+
+/* Log levels: a message is written when its level is at least the level in force. */
+enum {
+    TARNEX_LOG_TRACE = 0,    /* entry of every call, with its keys and values */
+    TARNEX_LOG_DEBUG = 1,    /* parameters set, parameters not found, handles left behind */
+    TARNEX_LOG_INFO = 2,     /* parameters removed */
+    TARNEX_LOG_WARN = 3,     /* refused changes and settings */
+    TARNEX_LOG_ERR = 4,      /* invalid handles; the default */
+    TARNEX_LOG_CRITICAL = 5, /* no message has this level today */
+    TARNEX_LOG_OFF = 6       /* only the creation of the log and changes of its level */
+};
+
+/* A handle. Only the library knows what it points to. */
+typedef struct TarnexAuthHandleObject* TarnexAuthHandle;
+
+/*
+ * Tells the version of the library, as "3.1.1.43".
+ *
+ * ppVersion  receives the address of a NUL-terminated constant text, the same at every call. It belongs to
+ *            the library and is valid until the library is unloaded. Must not be null.
+ *
+ * Returns TARNEX_OK. Writes nothing to the log.
+ */
+TARNEX_API TarnexResult tarnexGetAPIVersion_3(const char** ppVersion);
+
+/*
+ * Creates a handle without parameters and stores it in your variable.
+ *
+ * phAuth  address of your handle variable; must not be null. Whatever it holds is overwritten, unless that
+ *         is a handle that exists.
+ *
+ * Returns TARNEX_OK, or TARNEX_E_HANDLE_EXISTS when the variable holds a handle that exists; the variable
+ * and that handle then stay as they are.
+ */
+TARNEX_API TarnexResult tarnexCreateAuthHandle_3(TarnexAuthHandle* phAuth);
+
+/*
+ * Destroys a handle with its parameters and sets your variable to null. Copies of the handle that you keep
+ * elsewhere are invalid from then on.
+ *
+ * phAuth  address of your handle variable; must not be null.
+ *
+ * Returns TARNEX_OK, or TARNEX_E_HANDLE_NOT_FOUND; the variable then stays as it is.
+ */
+TARNEX_API TarnexResult tarnexDeleteAuthHandle_3(TarnexAuthHandle* phAuth);
+
+/*
+ * Sets one parameter of a handle: adds it, or replaces its value.
+ *
+ * phAuth  address of your handle variable; must not be null (it is not read when key or value is null).
+ * key     name of the parameter, any bytes; case matters; may be empty.
+ * value   its value, any bytes; may be empty.
+ *
+ * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when key or value is null, before anything else is looked
+ * at and without a log message; TARNEX_E_HANDLE_NOT_FOUND; or TARNEX_E_HANDLE_LOCKED.
+ */
+TARNEX_API TarnexResult tarnexSetAuthParams_3(TarnexAuthHandle* phAuth, const char* key, const char* value);
+
+/*
+ * Removes one parameter of a handle.
+ *
+ * phAuth  address of your handle variable; must not be null (it is not read when key is null).
+ * key     name of the parameter, any bytes; case matters; may be empty.
+ *
+ * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when key is null, before anything else is looked at and
+ * without a log message; TARNEX_E_HANDLE_NOT_FOUND; TARNEX_E_PARAM_NOT_FOUND; or TARNEX_E_HANDLE_LOCKED.
+ */
+TARNEX_API TarnexResult tarnexRemoveAuthParams_3(TarnexAuthHandle* phAuth, const char* key);
+
+/*
+ * Puts a name of yours into the name of the log file: "Tarnex-<name>-<process id>.log". Possible until the
+ * first message of the process is written. The file is made at once; another name makes another file and
+ * leaves the earlier one behind, empty.
+ *
+ * name  NUL-terminated UTF-8; must not be null. May be empty, which gives the default name. A text that is
+ *       not UTF-8 raises std::range_error, "bad conversion", and makes no file.
+ *
+ * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when the file could not be created, for instance because the
+ * name holds a character that file names cannot have; or TARNEX_E_LOG_FILE_EXISTS when it is too late.
+ */
+TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
+
+/*
+ * Sets the level of the log, now or for the log that is still to come. A level set before the first message
+ * takes the place of the environment variable TARNEX_LOG_LEVEL.
+ *
+ * level  one of the TARNEX_LOG_ levels, 0 to 6.
+ *
+ * Returns TARNEX_OK, or TARNEX_E_INVALID_ARGUMENT for a level above 6; the level in force then stays.
+ */
+TARNEX_API TarnexResult tarnexSetLogLevel_3(uint32_t level);
+
+/*
+ * Writes the log lines that are still buffered to the file. Lines at TARNEX_LOG_ERR and above are written
+ * at once without this call.
+ *
+ * Returns TARNEX_OK, or TARNEX_E_NO_LOGGER when the process has not written its first message yet.
+ */
+TARNEX_API TarnexResult tarnexFlushLog_3(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TARNEX_3_H */
