@@ -1,0 +1,61 @@
+#include "platform/LogFolder.h"
+
+#include <windows.h>
+// <windows.h> comes first: the shell's headers need it.
+#include <shlobj.h>
+#include <shlwapi.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include "platform/Environment.h"
+#include "platform/Process.h"
+#include "platform/ScopedHandle.h"
+#include "platform/Text.h"
+
+namespace {
+
+void AppendFolder(wchar_t (&path)[MAX_PATH], const wchar_t* name)
+{
+    ::PathAppendW(path, name);
+    if (!::PathFileExistsW(path))
+        ::CreateDirectoryW(path, nullptr);
+}
+
+/** True when the folder exists, is not read-only, and a probe file can be made in it. */
+bool IsFolderUsable(const wchar_t* path)
+{
+    struct _stat64i32 status;
+    constexpr int kWritableFolder = _S_IFDIR | _S_IWRITE;
+    if (::_wstat64i32(path, &status) != 0 || (status.st_mode & kWritableFolder) != kWritableFolder)
+        return false;
+
+    std::wstring probe = path;
+    if (probe.back() != L'\\')
+        probe += L'\\';
+    probe += L"Tarnex-" + GetProcessIdText() + L".tmp";
+    const CFileHandle file(::CreateFileW(probe.c_str(), GENERIC_READ, FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                                         FILE_FLAG_DELETE_ON_CLOSE | FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file.IsOpen())
+        return true;
+    // A folder may refuse the probe's deletion on close and still take log files. A probe that exists is one
+    // of another thread, at work on the same question.
+    const DWORD error = ::GetLastError();
+    return error == ERROR_ACCESS_DENIED || error == ERROR_FILE_EXISTS;
+}
+
+}  // namespace
+
+std::wstring GetLogFolderPath()
+{
+    std::wstring folder = GetEnvValue(Utf8ToWide("TARNEX_LOG_DIR").c_str());
+    if (folder.empty() || !IsFolderUsable(folder.c_str())) {
+        wchar_t path[MAX_PATH] = {};
+        ::SHGetSpecialFolderPathW(nullptr, path, CSIDL_LOCAL_APPDATA, FALSE);
+        if (path[0] != L'\0') {
+            AppendFolder(path, L"Velmora");
+            AppendFolder(path, L"Logs");
+            folder = path;
+        }
+    }
+    return folder + L'\\';
+}

@@ -1,0 +1,38 @@
+#include "platform/Mutex.h"
+
+#include <new>
+#include <system_error>
+
+#include "platform/Process.h"
+
+CMutex::~CMutex()
+{
+#ifdef __MINGW32__
+    // The MinGW runtime allocates a mutex when it is first locked, and its std::mutex has no destructor that
+    // would give that memory (and an event, after contention) back.
+    ::pthread_mutex_destroy(m_Mutex.native_handle());
+#endif
+}
+
+bool CMutex::IsAbandoned()
+{
+    if (!IsProcessEnding())
+        return false;
+    if (!m_Mutex.try_lock())
+        return true;
+    m_Mutex.unlock();
+    return false;
+}
+
+void CMutex::LockSlowly()
+{
+    if (IsProcessEnding())
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    try {
+        m_Mutex.lock();
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::not_enough_memory)
+            throw std::bad_alloc();
+        throw;
+    }
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <mutex>
+
+/**
+ * The library's one kind of lock: a std::mutex that process exit cannot turn into a hang.
+ *
+ * Process exit ends other threads wherever they stand, holding what they hold. A plain mutex would let the
+ * thread that is left, which runs the destructors, wait for them for ever.
+ */
+class CMutex
+{
+public:
+    CMutex() = default;
+    ~CMutex();
+    CMutex(const CMutex&) = delete;
+    CMutex& operator=(const CMutex&) = delete;
+
+    /**
+     * Waits for the lock. Throws std::system_error (resource_deadlock_would_occur) instead of waiting for a
+     * thread that process exit has ended, and std::bad_alloc where the mutex itself needs memory.
+     */
+    void lock()
+    {
+        if (!m_Mutex.try_lock())
+            LockSlowly();
+    }
+    bool try_lock() { return m_Mutex.try_lock(); }
+    void unlock() { m_Mutex.unlock(); }
+
+    /** True when process exit has ended the thread that holds the lock: what it guards may be torn. */
+    bool IsAbandoned();
+
+private:
+    void LockSlowly();
+
+    std::mutex m_Mutex;
+};

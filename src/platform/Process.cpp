@@ -1,0 +1,53 @@
+#include "platform/Process.h"
+
+#include <windows.h>
+
+#include "platform/ScopedHandle.h"
+
+// Documented and exported by ntdll.dll, but not declared by the headers of every toolchain.
+extern "C" __declspec(dllimport) BOOLEAN NTAPI RtlDllShutdownInProgress(void);
+
+namespace {
+
+/** The module that this code is part of; with flags 0 it gains a reference. Null on failure. */
+HMODULE GetThisModule(DWORD flags) noexcept
+{
+    HMODULE module = nullptr;
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | flags,
+                         reinterpret_cast<LPCWSTR>(&GetThisModule), &module);
+    return module;
+}
+
+DWORD WINAPI RunModuleTask(void* task)
+{
+    reinterpret_cast<void (*)() noexcept>(task)();
+    // Returning from here would run code that the release of the reference may just have unmapped.
+    ::FreeLibraryAndExitThread(GetThisModule(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT), 0);
+}
+
+}  // namespace
+
+std::wstring GetProcessIdText()
+{
+    return std::to_wstring(static_cast<int>(::GetCurrentProcessId()));
+}
+
+bool IsProcessEnding() noexcept
+{
+    return ::RtlDllShutdownInProgress() != FALSE;
+}
+
+bool StartModuleThread(void (*task)() noexcept) noexcept
+{
+    const HMODULE module = GetThisModule(0);
+    if (module == nullptr)
+        return false;
+    const HANDLE thread =
+        ::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr);
+    if (thread == nullptr) {
+        ::FreeLibrary(module);
+        return false;
+    }
+    CloseFile(thread);
+    return true;
+}
