@@ -1,0 +1,66 @@
+#pragma once
+
+#include <spdlog/logger.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "platform/Abandonable.h"
+#include "platform/Mutex.h"
+
+// The library's one logger and the rule by which every layer writes a message. The objects with destructors
+// are defined in session/ProcessState.cpp, which settles the order in which they come and go.
+
+/** Guards the creation of the logger and its file. Taken after the session's and a handle's lock. */
+extern CMutex g_LoggerMutex;
+
+/** What the logger's sink locks for each line. Guards the log file's buffer; innermost of all locks. */
+extern CMutex g_SinkMutex;
+
+/** Path of the log file; empty until a file has been made. Guarded by g_LoggerMutex. */
+extern CAbandonable<std::wstring> g_LogFilePath;
+
+/** Owner of the logger: empty until creation succeeds, never reset. Guarded by g_LoggerMutex. */
+extern CAbandonable<std::shared_ptr<spdlog::logger>> g_Logger;
+
+/** g_Logger's logger as everybody else reads it, without a lock; null until it is ready for use. */
+inline std::atomic<spdlog::logger*> g_ReadyLogger{nullptr};
+
+/** The level to apply, trace 0 to off 6; -1 when nobody has chosen one yet. */
+inline std::atomic<int> g_LogLevel{-1};
+
+/** Set once creation has failed: it is not tried again. Guarded by g_LoggerMutex. */
+inline bool g_LoggerFailed = false;
+
+/**
+ * The lowest level that log sites let through: the logger's own once there is one, and before that a level
+ * below all, because the first message creates the logger even if it is filtered out afterwards.
+ */
+inline std::atomic<int> g_LogFilter{-1};
+
+/**
+ * Writes a message that has passed the filter and creates the logger first if need be. Without a logger the
+ * message is dropped. Raises what the creation of the logger raises, and nothing once that exists.
+ */
+void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt::format_args args);
+
+/** How every layer writes a message. One that is filtered out costs one load and one compare. */
+template <typename... Args>
+void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Args&&... args)
+{
+    if (level >= g_LogFilter.load(std::memory_order_relaxed))
+        WriteMessage(level, format, fmt::make_format_args(args...));
+}
+
+/** Gives the logger the level that g_LogLevel holds when the call returns. Takes no lock. */
+void ApplyLogLevel(spdlog::logger& logger) noexcept;
+
+/** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
+spdlog::level::level_enum GetLogLevelFromEnv();
+
+/**
+ * To be called first thing at unload or process exit, while all objects of the library still exist. From then
+ * on a first message starts no thread, and a log that process exit caught in mid-change is left alone.
+ */
+void BeginUnload() noexcept;
