@@ -1,0 +1,44 @@
+#pragma once
+
+#include <tarnex_3.h>
+
+#include <string>
+#include <unordered_map>
+
+#include "platform/Mutex.h"
+
+/**
+ * The object behind one handle: named parameters that can be locked against change for good.
+ *
+ * Any thread may call any operation; each holds m_Mutex from its look-up until its message is written.
+ * Whoever destroys the object makes sure that no operation is running. Every operation logs what it does,
+ * raises memory exhaustion, and leaves the caller's outputs alone unless it returns 0.
+ */
+class AuthHandle
+{
+public:
+    /** Adds the parameter or replaces its value. 20 when locked. */
+    TarnexResult SetAuthParam(const std::string& key, const std::string& value);
+
+    /** Copies the value out, also when locked. 16 when there is none. */
+    TarnexResult GetAuthParam(const std::string& key, std::string& value);
+
+    /**
+     * Reads the value as a base-10 integer into *pValue, which must exist, also when locked. Null bounds do
+     * not bind, others are inclusive. 16 when there is no such parameter, 7 when it is not an integer of 32
+     * bits and nothing else, 33 when it is out of bounds.
+     */
+    TarnexResult GetAuthParamInt(const std::string& key, int* pValue, const int* pMin, const int* pMax);
+
+    /** Removes the parameter. 20 when locked, 16 when there is none. */
+    TarnexResult RemoveAuthParam(const std::string& key);
+
+    /** From now on refuses to set and to remove. Always 0. */
+    TarnexResult LockAuthParam();
+
+private:
+    /** Taken after the session's lock, before the logger's. Guards all that follows. */
+    CMutex m_Mutex;
+    bool m_bLocked = false;
+    std::unordered_map<std::string, std::string> m_Params;
+};

@@ -1,0 +1,100 @@
+#include "session/Session.h"
+
+#include <memory>
+#include <mutex>
+
+#include "logging/Controls.h"
+#include "logging/Logger.h"
+#include "session/AuthHandle.h"
+
+namespace {
+
+AuthHandle* ToObject(TarnexAuthHandle hAuth)
+{
+    return reinterpret_cast<AuthHandle*>(hAuth);
+}
+
+}  // namespace
+
+CSession::~CSession()
+{
+    BeginUnload();
+    if (m_Mutex.IsAbandoned()) {
+        m_Handles.Abandon();
+    } else {
+        for (const AuthHandle* handle : *m_Handles) {
+            try {
+                Log(spdlog::level::debug, "~CSession() for (auto h : m_Handles)");
+            } catch (...) {
+                // The process's first message, and no logger could be made for it. There is nobody to tell.
+            }
+            delete handle;
+        }
+    }
+    Flush();
+}
+
+TarnexResult CSession::CreateAuthHandle(TarnexAuthHandle* phAuth)
+{
+    const std::lock_guard lock(m_Mutex);
+    AuthHandle* const current = ToObject(*phAuth);
+    if (m_Handles->contains(current)) {
+        Log(spdlog::level::err, "CreateAuthHandle() hAuth=[{}] was already created", fmt::ptr(current));
+        return TARNEX_E_HANDLE_EXISTS;
+    }
+    auto created = std::make_unique<AuthHandle>();
+    m_Handles->insert(created.get());
+    *phAuth = reinterpret_cast<TarnexAuthHandle>(created.release());
+    return TARNEX_OK;
+}
+
+TarnexResult CSession::DeleteAuthHandle(TarnexAuthHandle* phAuth)
+{
+    const std::lock_guard lock(m_Mutex);
+    AuthHandle* const handle = ToObject(*phAuth);
+    if (m_Handles->erase(handle) == 0) {
+        Log(spdlog::level::err, "CreateAuthHandle() hAuth=[{}] was not found", fmt::ptr(handle));
+        return TARNEX_E_HANDLE_NOT_FOUND;
+    }
+    delete handle;
+    *phAuth = nullptr;
+    return TARNEX_OK;
+}
+
+TarnexResult CSession::SetAuthParam(TarnexAuthHandle* phAuth, const std::string& key,
+                                    const std::string& value)
+{
+    const std::lock_guard lock(m_Mutex);
+    AuthHandle* const handle = ToObject(*phAuth);
+    if (!m_Handles->contains(handle)) {
+        Log(spdlog::level::err, "SetAuthParam() hAuth=[{}] was not found", fmt::ptr(handle));
+        return TARNEX_E_HANDLE_NOT_FOUND;
+    }
+    return handle->SetAuthParam(key, value);
+}
+
+TarnexResult CSession::RemoveAuthParam(TarnexAuthHandle* phAuth, const std::string& key)
+{
+    const std::lock_guard lock(m_Mutex);
+    AuthHandle* const handle = ToObject(*phAuth);
+    if (!m_Handles->contains(handle)) {
+        Log(spdlog::level::err, "RemoveAuthParam() hAuth=[{}] was not found", fmt::ptr(handle));
+        return TARNEX_E_HANDLE_NOT_FOUND;
+    }
+    return handle->RemoveAuthParam(key);
+}
+
+TarnexResult CSession::SetLogLevel(uint32_t level)
+{
+    return ::SetLogLevel(level);
+}
+
+TarnexResult CSession::SetLogName(const char* name)
+{
+    return ::SetLogName(name);
+}
+
+TarnexResult CSession::FlushLog()
+{
+    return ::Flush();
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <tarnex_3.h>
+
+#include <string>
+#include <unordered_set>
+
+#include "platform/Abandonable.h"
+#include "platform/Mutex.h"
+
+class AuthHandle;
+
+/**
+ * Owns every handle of the process and does all handle work, one call at a time. A value in a host's variable
+ * is compared with the registry before anything touches the object behind it.
+ *
+ * Operations on handles return 13 for a value that is not registered, else what AuthHandle returns. They
+ * raise memory exhaustion, failures of a lock, and what the creation of the logger raises; the registry and
+ * the host's variable are then as before.
+ */
+class CSession
+{
+public:
+    CSession() = default;
+
+    /**
+     * Destroys the handles that hosts left behind and flushes the log. Takes no lock: no call may be in
+     * progress. Where process exit has ended a thread inside a call, what that call was changing is left
+     * alone.
+     */
+    ~CSession();
+    CSession(const CSession&) = delete;
+    CSession& operator=(const CSession&) = delete;
+
+    /** Stores a new handle in *phAuth. 14 when that holds a registered handle. */
+    TarnexResult CreateAuthHandle(TarnexAuthHandle* phAuth);
+
+    /** Destroys the handle in *phAuth and stores null there. */
+    TarnexResult DeleteAuthHandle(TarnexAuthHandle* phAuth);
+
+    TarnexResult SetAuthParam(TarnexAuthHandle* phAuth, const std::string& key, const std::string& value);
+    TarnexResult RemoveAuthParam(TarnexAuthHandle* phAuth, const std::string& key);
+
+    // Plain forwarders to the logging layer; they take no lock here.
+    TarnexResult SetLogLevel(uint32_t level);
+    TarnexResult SetLogName(const char* name);
+    TarnexResult FlushLog();
+
+private:
+    /** First of all locks. Held for the whole of each operation on handles; guards m_Handles. */
+    CMutex m_Mutex;
+
+    /** The handles that are alive, each owned from here. */
+    CAbandonable<std::unordered_set<AuthHandle*>> m_Handles;
+};
+
+/** The process's session, from load to unload. */
+extern CSession g_Session;
