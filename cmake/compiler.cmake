@@ -1,3 +1,6 @@
+# Keeps the macros min and max of <windows.h> out of everybody's way.
+add_compile_definitions(NOMINMAX)
+
 # Warnings are errors in the library's own code.
 add_library(tarnex_warnings INTERFACE)
 if(MSVC)

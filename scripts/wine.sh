@@ -19,6 +19,8 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
     fi
     exec 9>&-
 fi
-# A server that stays for a while makes the next start take 20 ms instead of a second.
-wineserver -p60 2>/dev/null || true
+# Wine's own services start with the first program and stay for a minute, which makes the next start fast. They
+# must not inherit our output: whoever reads it would wait for them as well.
+wineserver -p60 </dev/null >/dev/null 2>&1 || true
+wine cmd /c exit </dev/null >/dev/null 2>&1
 exec wine "$@"

@@ -8,8 +8,7 @@
 TarnexResult SetLogLevel(uint32_t level)
 {
     if (level > TARNEX_LOG_OFF) {
-        Log(spdlog::level::warn, "SetLogLevel() was called whith invalid level [{}]",
-            static_cast<std::int32_t>(level));
+        Log(spdlog::level::warn, "SetLogLevel() was called whith invalid level [{}]", static_cast<std::int32_t>(level));
         return TARNEX_E_INVALID_ARGUMENT;
     }
 

@@ -8,8 +8,8 @@
 #include "platform/ScopedHandle.h"
 #include "platform/Text.h"
 
-std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring& prefix,
-                                 const std::wstring& customName, const std::wstring& extension)
+std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring& prefix, const std::wstring& customName,
+                                 const std::wstring& extension)
 {
     std::wstring stem = folder + prefix;
     if (!customName.empty())
@@ -19,8 +19,8 @@ std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring&
     for (int attempt = 0;; ++attempt) {
         const std::wstring counter = attempt == 0 ? std::wstring() : L"-" + std::to_wstring(attempt);
         std::wstring path = stem + counter + L"." + extension;
-        const CFileHandle file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                             CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        const CFileHandle file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                             FILE_ATTRIBUTE_NORMAL, nullptr));
         if (file.IsOpen())
             return path;
         if (::GetLastError() != ERROR_FILE_EXISTS)

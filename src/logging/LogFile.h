@@ -9,8 +9,8 @@
  * "." + extension, counting up from 1 while the name is taken. Returns its path, empty when the file could
  * not be created.
  */
-std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring& prefix,
-                                 const std::wstring& customName, const std::wstring& extension);
+std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring& prefix, const std::wstring& customName,
+                                 const std::wstring& extension);
 
 /**
  * Creates the log file with the custom name (UTF-8, may be empty) in the log folder and stores its path in

@@ -53,8 +53,7 @@ std::shared_ptr<spdlog::logger> MakeLogger()
                                                                  spdlog::pattern_time_type::local, "\r\n");
     if (g_Unloading) {
         // The registry is a function-local static: by now it is gone, or would come too late to be destroyed.
-        auto logger =
-            std::make_shared<spdlog::logger>(kLoggerName, std::make_shared<FileSink>(*g_LogFilePath, false));
+        auto logger = std::make_shared<spdlog::logger>(kLoggerName, std::make_shared<FileSink>(*g_LogFilePath, false));
         logger->set_formatter(std::move(formatter));
         return logger;
     }

@@ -40,8 +40,7 @@ void RunRetention() noexcept
     }
 }
 
-void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension,
-                  int hours)
+void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension, int hours)
 {
     const std::int64_t cutOff = GetCutOffTime(::_time64(nullptr), hours);
     const FILETIME cutOffTime = {static_cast<DWORD>(cutOff), static_cast<DWORD>(cutOff >> 32)};

@@ -14,8 +14,7 @@ void RunRetention() noexcept;
  * Deletes from the folder, whose path ends in a backslash, every file named prefix + anything + "." +
  * extension that was last written more than so many hours ago. A file that cannot be deleted is skipped.
  */
-void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension,
-                  int hours);
+void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension, int hours);
 
 /**
  * The moment so many hours before now (seconds since 1970), as 100 ns units since 1601. Hours times 3600, and

@@ -13,8 +13,8 @@ namespace {
 HMODULE GetThisModule(DWORD flags) noexcept
 {
     HMODULE module = nullptr;
-    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | flags,
-                         reinterpret_cast<LPCWSTR>(&GetThisModule), &module);
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | flags, reinterpret_cast<LPCWSTR>(&GetThisModule),
+                         &module);
     return module;
 }
 
@@ -42,8 +42,7 @@ bool StartModuleThread(void (*task)() noexcept) noexcept
     const HMODULE module = GetThisModule(0);
     if (module == nullptr)
         return false;
-    const HANDLE thread =
-        ::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr);
+    const HANDLE thread = ::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr);
     if (thread == nullptr) {
         ::FreeLibrary(module);
         return false;

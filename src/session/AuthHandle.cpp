@@ -31,8 +31,7 @@ TarnexResult AuthHandle::GetAuthParam(const std::string& key, std::string& value
     return TARNEX_OK;
 }
 
-TarnexResult AuthHandle::GetAuthParamInt(const std::string& key, int* pValue, const int* pMin,
-                                         const int* pMax)
+TarnexResult AuthHandle::GetAuthParamInt(const std::string& key, int* pValue, const int* pMin, const int* pMax)
 {
     Log(spdlog::level::trace, "GetAuthParamInt() called with key=[{}]", key);
     const std::lock_guard lock(m_Mutex);
@@ -43,18 +42,15 @@ TarnexResult AuthHandle::GetAuthParamInt(const std::string& key, int* pValue, co
     }
     const std::optional<int> number = ParseInteger(param->second);
     if (!number) {
-        Log(spdlog::level::err, "GetAuthParamInt(): failed to convert parameter [{}] to integer",
-            param->second);
+        Log(spdlog::level::err, "GetAuthParamInt(): failed to convert parameter [{}] to integer", param->second);
         return TARNEX_E_INVALID_ARGUMENT;
     }
     if (pMin != nullptr && *number < *pMin) {
-        Log(spdlog::level::err, "GetAuthParamInt(): [{}] = [{}] is out of range [>= [{}]]", key, *number,
-            *pMin);
+        Log(spdlog::level::err, "GetAuthParamInt(): [{}] = [{}] is out of range [>= [{}]]", key, *number, *pMin);
         return TARNEX_E_OUT_OF_RANGE;
     }
     if (pMax != nullptr && *number > *pMax) {
-        Log(spdlog::level::err, "GetAuthParamInt(): [{}] = [{}] is out of range [<= [{}]]", key, *number,
-            *pMax);
+        Log(spdlog::level::err, "GetAuthParamInt(): [{}] = [{}] is out of range [<= [{}]]", key, *number, *pMax);
         return TARNEX_E_OUT_OF_RANGE;
     }
     *pValue = *number;

@@ -61,8 +61,7 @@ TarnexResult CSession::DeleteAuthHandle(TarnexAuthHandle* phAuth)
     return TARNEX_OK;
 }
 
-TarnexResult CSession::SetAuthParam(TarnexAuthHandle* phAuth, const std::string& key,
-                                    const std::string& value)
+TarnexResult CSession::SetAuthParam(TarnexAuthHandle* phAuth, const std::string& key, const std::string& value)
 {
     const std::lock_guard lock(m_Mutex);
     AuthHandle* const handle = ToObject(*phAuth);
