@@ -1,5 +1,6 @@
 #include "logging/Logger.h"
 
+#include <io.h>
 #include <spdlog/details/registry.h>
 #include <spdlog/details/synchronous_factory.h>
 #include <spdlog/pattern_formatter.h>
@@ -11,6 +12,7 @@
 #include "logging/Retention.h"
 #include "platform/Environment.h"
 #include "platform/Process.h"
+#include "platform/ScopedHandle.h"
 #include "platform/Text.h"
 
 namespace {
@@ -30,6 +32,14 @@ constexpr const char* kLoggerName = "Tarnex";
 constexpr int kDropAll = spdlog::level::n_levels;
 
 std::atomic<bool> g_Unloading{false};
+
+/** The operating system's handle below the sink's stream. Written before the logger is ready for use. */
+void* g_LogFileHandle = nullptr;
+
+void RememberHandle(const std::wstring&, std::FILE* file)
+{
+    g_LogFileHandle = reinterpret_cast<void*>(::_get_osfhandle(::_fileno(file)));
+}
 
 /** Formats and writes a message; whatever goes wrong costs that message only. */
 void WriteTo(spdlog::logger& logger, spdlog::level::level_enum level, fmt::string_view format,
@@ -51,14 +61,17 @@ std::shared_ptr<spdlog::logger> MakeLogger()
 {
     auto formatter = std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e [%L] %v",
                                                                  spdlog::pattern_time_type::local, "\r\n");
+    spdlog::file_event_handlers handlers;
+    handlers.after_open = RememberHandle;
     if (g_Unloading) {
         // The registry is a function-local static: by now it is gone, or would come too late to be destroyed.
-        auto logger = std::make_shared<spdlog::logger>(kLoggerName, std::make_shared<FileSink>(*g_LogFilePath, false));
+        auto sink = std::make_shared<FileSink>(*g_LogFilePath, false, handlers);
+        auto logger = std::make_shared<spdlog::logger>(kLoggerName, std::move(sink));
         logger->set_formatter(std::move(formatter));
         return logger;
     }
     spdlog::details::registry::instance().set_formatter(std::move(formatter));
-    return spdlog::synchronous_factory::create<FileSink>(kLoggerName, *g_LogFilePath, false);
+    return spdlog::synchronous_factory::create<FileSink>(kLoggerName, *g_LogFilePath, false, handlers);
 }
 
 /** The level for a new logger. A level that the host sets meanwhile is not overwritten. */
@@ -152,7 +165,12 @@ spdlog::level::level_enum GetLogLevelFromEnv()
 void BeginUnload() noexcept
 {
     g_Unloading = true;
-    if (g_LoggerMutex.IsAbandoned() || g_SinkMutex.IsAbandoned()) {
+    const bool tornStream = g_SinkMutex.IsAbandoned();
+    // The C runtime still flushes every stream, and would write this one's buffer a second time if the thread
+    // died between writing it and noting that.
+    if (tornStream)
+        CloseFile(g_LogFileHandle);
+    if (tornStream || g_LoggerMutex.IsAbandoned()) {
         g_LogFilter = kDropAll;
         g_ReadyLogger = nullptr;
         g_Logger.Abandon();
