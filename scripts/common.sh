@@ -31,6 +31,12 @@ build() {
         { cat "$log" >&2; exit 1; }
 }
 
+# Makes the Wine prefix if there is none, and has Wine's services running.
+start_wine() {
+    [ -e build/wine/.ready ] || say "Setting up Wine (once, takes about ten seconds)"
+    scripts/wine.sh cmd /c exit
+}
+
 # A path of this machine as Windows programs see it under Wine.
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 

@@ -8,8 +8,7 @@ build mingw --target demo
 logs="$root/build/demo-logs"
 rm -rf "$logs"
 mkdir -p "$logs"
-[ -e build/wine/.ready ] || say "Setting up Wine (once, takes about ten seconds)"
-scripts/wine.sh cmd /c exit
+start_wine
 say "Running the demo: each call with its result"
 TARNEX_LOG_DIR=$(windows_path "$logs") scripts/wine.sh build/mingw/bin/demo.exe | tr -d '\r'
 
