@@ -242,6 +242,25 @@ TEST_F(HostTest, WithoutALogFileEveryCallStillAnswersTheSame)
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-x-PID.log"});
 }
 
+std::size_t FullDisk(const void*, std::size_t, std::size_t, std::FILE*)
+{
+    return 0;
+}
+
+TEST_F(HostTest, AFullDiskChangesNoResult)
+{
+    Load(L"T");
+    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
+    ASSERT_TRUE(ReplaceImport(lib->module, "fwrite", reinterpret_cast<void*>(&FullDisk)));
+    TarnexAuthHandle handle = nullptr;
+    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
+    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 14u);
+    EXPECT_EQ(lib->tarnexSetAuthParams(&handle, "k", "v"), 0u);
+    EXPECT_EQ(lib->tarnexFlushLog(), 0u);
+    EXPECT_EQ(EndLog(),
+              (Lines{"[O] Created Tarnex Logger level [trace]", "[E] CreateAuthHandle() hAuth=[0x0] was not found"}));
+}
+
 TEST_F(HostTest, AnErrorWhileTheLogIsOpenedLeavesTheCallAndTheNextMessageTriesAgain)
 {
     for (const bool releasedInTime : {true, false}) {

@@ -15,6 +15,7 @@ constexpr DWORD kLimit = 60'000;  // milliseconds for one process; longer is a h
 
 int g_Failures = 0;
 std::string g_FirstFailure = "nothing";
+std::string g_Note;
 
 void Fail(const std::string& what)
 {
@@ -256,11 +257,14 @@ void Reload(int count)
         return Usage();
     };
     const Usage half = run(count / 2), full = run(count - count / 2);
-    std::fprintf(stderr,
-                 "reload, half-way and at the end: handles %d, %d; thread-local slots %d, %d; private KB %llu, %llu\n",
-                 half.handles, full.handles, half.slots, full.slots, half.memory + 0ULL, full.memory + 0ULL);
+    const auto show = [](const char* what, auto before, auto after) {
+        return what + std::to_string(before) + " to " + std::to_string(after);
+    };
+    g_Note = show("; from half-way to the end handles ", half.handles, full.handles) +
+             show(", thread-local slots ", half.slots, full.slots) + show(", private KB ", half.memory, full.memory);
     Check(full.handles <= half.handles, "handles grow");
     Check(full.slots <= half.slots, "thread-local slots grow");
+    Check(full.memory <= half.memory + 256, "private memory grows");
 }
 
 // Eight threads do everything at once for so many seconds.
@@ -458,6 +462,6 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: stress MOMENT COUNT\n");
         return 2;
     }
-    std::printf("%-20s | %9d | %d: %s\n", moment.c_str(), count, g_Failures, g_FirstFailure.c_str());
+    std::printf("%-20s | %9d | %d: %s%s\n", moment.c_str(), count, g_Failures, g_FirstFailure.c_str(), g_Note.c_str());
     return g_Failures == 0 ? 0 : 1;
 }
