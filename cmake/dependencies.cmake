@@ -12,6 +12,8 @@ endif()
 target_compile_definitions(tarnex_dependencies INTERFACE
     SPDLOG_WCHAR_FILENAMES
     SPDLOG_FMT_EXTERNAL
+    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code.
+    FMT_STATIC_THOUSANDS_SEPARATOR=','
     # A library does not touch its host's console.
     SPDLOG_DISABLE_DEFAULT_LOGGER
     # No line shows the thread, and finding it out costs a look-up with every message.

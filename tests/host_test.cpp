@@ -158,8 +158,8 @@ TEST_F(HostTest, FirstMessageCreatesTheLogEvenWhenItIsFilteredOut)
     EXPECT_EQ(folder.Files(), Lines{});
     EXPECT_EQ(lib->tarnexSetAuthParams(&handle, "k", "v"), 0u);
     EXPECT_EQ(lib->tarnexFlushLog(), 0u);
-    EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
     EXPECT_EQ(EndLog(), Lines{"[O] Created Tarnex Logger level [error]"});
+    EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
 }
 
 TEST_F(HostTest, BufferedLinesReachTheFileByErrorsAndFlushes)

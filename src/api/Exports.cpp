@@ -1,8 +1,28 @@
 #include <tarnex_3.h>
 
+#include <cstddef>
+#include <memory_resource>
 #include <string>
 
 #include "session/Session.h"
+
+namespace {
+
+/** The library's own copy of a host's string. One that is not very long needs no memory from the heap. */
+class COwnText
+{
+public:
+    explicit COwnText(const char* text) : m_Text(text, &m_Memory) {}
+
+    operator std::string_view() const noexcept { return m_Text; }
+
+private:
+    std::byte m_Buffer[256];
+    std::pmr::monotonic_buffer_resource m_Memory{m_Buffer, sizeof m_Buffer};
+    std::pmr::string m_Text;
+};
+
+}  // namespace
 
 TarnexResult tarnexGetAPIVersion_3(const char** ppVersion)
 {
@@ -24,8 +44,8 @@ TarnexResult tarnexSetAuthParams_3(TarnexAuthHandle* phAuth, const char* key, co
 {
     if (key == nullptr || value == nullptr)
         return TARNEX_E_INVALID_ARGUMENT;
-    const std::string ownValue = value;
-    const std::string ownKey = key;
+    const COwnText ownValue(value);
+    const COwnText ownKey(key);
     return g_Session.SetAuthParam(phAuth, ownKey, ownValue);
 }
 
@@ -33,7 +53,7 @@ TarnexResult tarnexRemoveAuthParams_3(TarnexAuthHandle* phAuth, const char* key)
 {
     if (key == nullptr)
         return TARNEX_E_INVALID_ARGUMENT;
-    return g_Session.RemoveAuthParam(phAuth, key);
+    return g_Session.RemoveAuthParam(phAuth, COwnText(key));
 }
 
 TarnexResult tarnexSetLogName_3(const char* name)

@@ -10,7 +10,10 @@ template <typename T>
 class CAbandonable
 {
 public:
-    CAbandonable() : m_Value() {}
+    template <typename... Args>
+    explicit CAbandonable(Args&&... args) : m_Value(std::forward<Args>(args)...)
+    {
+    }
     ~CAbandonable()
     {
         if (!m_bAbandoned)

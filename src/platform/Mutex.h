@@ -20,11 +20,7 @@ public:
      * Waits for the lock. Throws std::system_error (resource_deadlock_would_occur) instead of waiting for a
      * thread that process exit has ended, and std::bad_alloc where the mutex itself needs memory.
      */
-    void lock()
-    {
-        if (!m_Mutex.try_lock())
-            LockSlowly();
-    }
+    void lock();
     bool try_lock() { return m_Mutex.try_lock(); }
     void unlock() { m_Mutex.unlock(); }
 
@@ -32,7 +28,5 @@ public:
     bool IsAbandoned();
 
 private:
-    void LockSlowly();
-
     std::mutex m_Mutex;
 };

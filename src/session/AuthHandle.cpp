@@ -5,7 +5,7 @@
 #include "logging/Logger.h"
 #include "platform/Text.h"
 
-TarnexResult AuthHandle::SetAuthParam(const std::string& key, const std::string& value)
+TarnexResult AuthHandle::SetAuthParam(std::string_view key, std::string_view value)
 {
     Log(spdlog::level::trace, "SetAuthParam() called with key=[{}], value=[{}]", key, value);
     const std::lock_guard lock(m_Mutex);
@@ -13,12 +13,15 @@ TarnexResult AuthHandle::SetAuthParam(const std::string& key, const std::string&
         Log(spdlog::level::warn, "SetAuthParam() called while AuthHandle is locked");
         return TARNEX_E_HANDLE_LOCKED;
     }
-    m_Params.insert_or_assign(key, value);
+    if (const auto param = m_Params.find(key); param != m_Params.end())
+        param->second = value;
+    else
+        m_Params.emplace(key, value);
     Log(spdlog::level::debug, "SetAuthParam(): parameter key=[{}] is set to value=[{}]", key, value);
     return TARNEX_OK;
 }
 
-TarnexResult AuthHandle::GetAuthParam(const std::string& key, std::string& value)
+TarnexResult AuthHandle::GetAuthParam(std::string_view key, std::string& value)
 {
     Log(spdlog::level::trace, "GetAuthParam() called with key=[{}]", key);
     const std::lock_guard lock(m_Mutex);
@@ -31,7 +34,7 @@ TarnexResult AuthHandle::GetAuthParam(const std::string& key, std::string& value
     return TARNEX_OK;
 }
 
-TarnexResult AuthHandle::GetAuthParamInt(const std::string& key, int* pValue, const int* pMin, const int* pMax)
+TarnexResult AuthHandle::GetAuthParamInt(std::string_view key, int* pValue, const int* pMin, const int* pMax)
 {
     Log(spdlog::level::trace, "GetAuthParamInt() called with key=[{}]", key);
     const std::lock_guard lock(m_Mutex);
@@ -57,7 +60,7 @@ TarnexResult AuthHandle::GetAuthParamInt(const std::string& key, int* pValue, co
     return TARNEX_OK;
 }
 
-TarnexResult AuthHandle::RemoveAuthParam(const std::string& key)
+TarnexResult AuthHandle::RemoveAuthParam(std::string_view key)
 {
     Log(spdlog::level::trace, "RemoveAuthParam() called with key=[{}]", key);
     const std::lock_guard lock(m_Mutex);
@@ -65,10 +68,12 @@ TarnexResult AuthHandle::RemoveAuthParam(const std::string& key)
         Log(spdlog::level::warn, "RemoveAuthParam() called while AuthHandle is locked");
         return TARNEX_E_HANDLE_LOCKED;
     }
-    if (m_Params.erase(key) == 0) {
+    const auto param = m_Params.find(key);
+    if (param == m_Params.end()) {
         Log(spdlog::level::debug, "RemoveAuthParam() key=[{}] was not found", key);
         return TARNEX_E_PARAM_NOT_FOUND;
     }
+    m_Params.erase(param);
     Log(spdlog::level::info, "RemoveAuthParam() parameter key=[{}] was removed", key);
     return TARNEX_OK;
 }

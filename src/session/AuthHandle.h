@@ -2,7 +2,9 @@
 
 #include <tarnex_3.h>
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "platform/Mutex.h"
@@ -18,27 +20,34 @@ class AuthHandle
 {
 public:
     /** Adds the parameter or replaces its value. 20 when locked. */
-    TarnexResult SetAuthParam(const std::string& key, const std::string& value);
+    TarnexResult SetAuthParam(std::string_view key, std::string_view value);
 
     /** Copies the value out, also when locked. 16 when there is none. */
-    TarnexResult GetAuthParam(const std::string& key, std::string& value);
+    TarnexResult GetAuthParam(std::string_view key, std::string& value);
 
     /**
      * Reads the value as a base-10 integer into *pValue, which must exist, also when locked. Null bounds do
      * not bind, others are inclusive. 16 when there is no such parameter, 7 when it is not an integer of 32
      * bits and nothing else, 33 when it is out of bounds.
      */
-    TarnexResult GetAuthParamInt(const std::string& key, int* pValue, const int* pMin, const int* pMax);
+    TarnexResult GetAuthParamInt(std::string_view key, int* pValue, const int* pMin, const int* pMax);
 
     /** Removes the parameter. 20 when locked, 16 when there is none. */
-    TarnexResult RemoveAuthParam(const std::string& key);
+    TarnexResult RemoveAuthParam(std::string_view key);
 
     /** From now on refuses to set and to remove. Always 0. */
     TarnexResult LockAuthParam();
 
 private:
+    /** The default hash, of views as well, so that a look-up needs no string of its own. */
+    struct TextHash
+    {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+    };
+
     /** Taken after the session's lock, before the logger's. Guards all that follows. */
     CMutex m_Mutex;
     bool m_bLocked = false;
-    std::unordered_map<std::string, std::string> m_Params;
+    std::unordered_map<std::string, std::string, TextHash, std::equal_to<>> m_Params;
 };

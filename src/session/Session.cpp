@@ -21,6 +21,7 @@ CSession::~CSession()
     BeginUnload();
     if (m_Mutex.IsAbandoned()) {
         m_Handles.Abandon();
+        m_Entries.Abandon();
     } else {
         for (const AuthHandle* handle : *m_Handles) {
             try {
@@ -61,7 +62,7 @@ TarnexResult CSession::DeleteAuthHandle(TarnexAuthHandle* phAuth)
     return TARNEX_OK;
 }
 
-TarnexResult CSession::SetAuthParam(TarnexAuthHandle* phAuth, const std::string& key, const std::string& value)
+TarnexResult CSession::SetAuthParam(TarnexAuthHandle* phAuth, std::string_view key, std::string_view value)
 {
     const std::lock_guard lock(m_Mutex);
     AuthHandle* const handle = ToObject(*phAuth);
@@ -72,7 +73,7 @@ TarnexResult CSession::SetAuthParam(TarnexAuthHandle* phAuth, const std::string&
     return handle->SetAuthParam(key, value);
 }
 
-TarnexResult CSession::RemoveAuthParam(TarnexAuthHandle* phAuth, const std::string& key)
+TarnexResult CSession::RemoveAuthParam(TarnexAuthHandle* phAuth, std::string_view key)
 {
     const std::lock_guard lock(m_Mutex);
     AuthHandle* const handle = ToObject(*phAuth);

@@ -2,7 +2,8 @@
 
 #include <tarnex_3.h>
 
-#include <string>
+#include <memory_resource>
+#include <string_view>
 #include <unordered_set>
 
 #include "platform/Abandonable.h"
@@ -38,8 +39,8 @@ public:
     /** Destroys the handle in *phAuth and stores null there. */
     TarnexResult DeleteAuthHandle(TarnexAuthHandle* phAuth);
 
-    TarnexResult SetAuthParam(TarnexAuthHandle* phAuth, const std::string& key, const std::string& value);
-    TarnexResult RemoveAuthParam(TarnexAuthHandle* phAuth, const std::string& key);
+    TarnexResult SetAuthParam(TarnexAuthHandle* phAuth, std::string_view key, std::string_view value);
+    TarnexResult RemoveAuthParam(TarnexAuthHandle* phAuth, std::string_view key);
 
     // Plain forwarders to the logging layer; they take no lock here.
     TarnexResult SetLogLevel(uint32_t level);
@@ -50,8 +51,11 @@ private:
     /** First of all locks. Held for the whole of each operation on handles; guards m_Handles. */
     CMutex m_Mutex;
 
+    /** Memory for the entries of m_Handles, which come and go too often for the heap. */
+    CAbandonable<std::pmr::unsynchronized_pool_resource> m_Entries;
+
     /** The handles that are alive, each owned from here. */
-    CAbandonable<std::unordered_set<AuthHandle*>> m_Handles;
+    CAbandonable<std::pmr::unordered_set<AuthHandle*>> m_Handles{&*m_Entries};
 };
 
 /** The process's session, from load to unload. */

@@ -1,0 +1,345 @@
+// What a call costs: the library through its exports against the same work by hand, in one process and in turn.
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "calls.h"
+
+namespace fs = std::filesystem;
+using Seconds = std::chrono::duration<double>;
+
+namespace {
+
+constexpr const char* kValue = "a value of forty bytes, as tokens often.";
+constexpr const char* kKeys[] = {"user", "token"};
+bool g_GoalMissed = false;
+
+HMODULE g_Library = nullptr;
+
+template <typename Function>
+Function* Find(const char* name)
+{
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(g_Library, name)));
+}
+
+/** Loads the library, with its log going to the folder. */
+Calls LoadLibraryCalls()
+{
+    g_Library = ::LoadLibraryW(L"Tarnex_3.dll");
+    return {Find<decltype(tarnexCreateAuthHandle_3)>("tarnexCreateAuthHandle_3"),
+            Find<decltype(tarnexDeleteAuthHandle_3)>("tarnexDeleteAuthHandle_3"),
+            Find<decltype(tarnexSetAuthParams_3)>("tarnexSetAuthParams_3")};
+}
+
+void UnloadLibrary()
+{
+    ::FreeLibrary(g_Library);
+    while (::GetModuleHandleW(L"Tarnex_3.dll") != nullptr)
+        std::this_thread::yield();
+}
+
+void SetLogLevel(uint32_t level)
+{
+    Find<decltype(tarnexSetLogLevel_3)>("tarnexSetLogLevel_3")(level);
+}
+
+double Time(const std::function<void()>& work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return Seconds(std::chrono::steady_clock::now() - start).count();
+}
+
+struct Figures
+{
+    std::vector<double> samples;  // seconds for one unit of work
+
+    double At(double share) const
+    {
+        std::vector<double> sorted = samples;
+        std::sort(sorted.begin(), sorted.end());
+        return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
+    }
+    double Median() const { return At(0.5); }
+};
+
+void PrintHead()
+{
+    std::printf("%-54s %24s %24s %6s %8s\n", "work (median, minimum to maximum)", "library", "by hand", "ratio",
+                "goal");
+}
+
+std::string Show(const Figures& figures, const char* unit, double scale)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f (%.*f-%.*f) %s", scale > 1e6 ? 0 : 2, figures.Median() * scale,
+                  scale > 1e6 ? 0 : 2, figures.At(0) * scale, scale > 1e6 ? 0 : 2, figures.At(1) * scale, unit);
+    return text;
+}
+
+/** Prints a row; a goal of 0 is none. A goal is the most that the ratio may be, or with atLeast the least. */
+void PrintRow(const char* work, const std::string& library, const std::string& byHand, double ratio, double goal,
+              bool atLeast = false)
+{
+    const bool missed = goal != 0 && (atLeast ? ratio < goal : ratio > goal);
+    g_GoalMissed = g_GoalMissed || missed;
+    char wanted[16] = "-";
+    if (goal != 0)
+        std::snprintf(wanted, sizeof wanted, "%s %.2f", atLeast ? ">=" : "<=", goal);
+    std::printf("%-54s %24s %24s %6.2f %8s%s\n", work, library.c_str(), byHand.c_str(), ratio, wanted,
+                missed ? "  MISSED" : "");
+    std::fflush(stdout);
+}
+
+/** Measures both sides in turn, so many rounds after one to warm up; work returns seconds for one unit. */
+std::pair<Figures, Figures> Alternate(int rounds, const std::function<double()>& library,
+                                      const std::function<double()>& byHand)
+{
+    library();
+    byHand();
+    std::pair<Figures, Figures> figures;
+    for (int round = 0; round < rounds; ++round) {
+        figures.first.samples.push_back(library());
+        figures.second.samples.push_back(byHand());
+    }
+    return figures;
+}
+
+void Compare(const char* work, double goal, int rounds, const std::function<double()>& library,
+             const std::function<double()>& byHand, const char* unit = "ns", double scale = 1e9)
+{
+    const auto [ours, theirs] = Alternate(rounds, library, byHand);
+    PrintRow(work, Show(ours, unit, scale), Show(theirs, unit, scale), ours.Median() / theirs.Median(), goal);
+}
+
+double TimeSets(const Calls& calls, TarnexAuthHandle* handle, int count)
+{
+    return Time([&] {
+               for (int i = 0; i < count; ++i)
+                   calls.set(handle, kKeys[i & 1], kValue);
+           }) /
+           count;
+}
+
+void BenchSet(const Calls& library, const Calls& byHand, const char* work, double goal, int count)
+{
+    TarnexAuthHandle ours = nullptr, theirs = nullptr;
+    library.create(&ours);
+    byHand.create(&theirs);
+    Compare(
+        work, goal, 31, [&] { return TimeSets(library, &ours, count); },
+        [&] { return TimeSets(byHand, &theirs, count); });
+    library.destroy(&ours);
+    byHand.destroy(&theirs);
+}
+
+void BenchCreate(const Calls& library, const Calls& byHand)
+{
+    const auto time = [](const Calls& calls) {
+        constexpr int kCount = 200'000;
+        TarnexAuthHandle handle = nullptr;
+        return Time([&] {
+                   for (int i = 0; i < kCount; ++i) {
+                       calls.create(&handle);
+                       calls.destroy(&handle);
+                   }
+               }) /
+               kCount;
+    };
+    Compare(
+        "2 create and delete a handle", 0.95, 31, [&] { return time(library); }, [&] { return time(byHand); });
+}
+
+void BenchGrowth(const Calls& library)
+{
+    constexpr int kCount = 300'000;
+    std::vector<Figures> ours, bare;
+    for (const int handles : {1'000, 100'000, 1'000'000}) {
+        std::vector<TarnexAuthHandle> all(static_cast<std::size_t>(handles));
+        for (TarnexAuthHandle& handle : all)
+            library.create(&handle);
+        BareContainers containers(handles);
+        for (int i = 0; i < handles; ++i) {  // every parameter exists before the clock runs
+            for (const char* key : kKeys) {
+                library.set(&all[static_cast<std::size_t>(i)], key, kValue);
+                containers.Set(i, key, kValue);
+            }
+        }
+        std::mt19937 random(1);
+        std::vector<int> order(kCount);
+        for (int& index : order)
+            index = static_cast<int>(random() % static_cast<unsigned>(handles));
+        const auto [first, second] = Alternate(
+            5,
+            [&] {
+                return Time([&] {
+                           for (const int i : order)
+                               library.set(&all[static_cast<std::size_t>(i)], kKeys[i & 1], kValue);
+                       }) /
+                       kCount;
+            },
+            [&] {
+                return Time([&] {
+                           for (const int i : order)
+                               containers.Set(i, kKeys[i & 1], kValue);
+                       }) /
+                       kCount;
+            });
+        ours.push_back(first);
+        bare.push_back(second);
+        const std::string work = "4 row 1 among " + std::to_string(handles) + " handles; bare containers";
+        PrintRow(work.c_str(), Show(first, "ns", 1e9), Show(second, "ns", 1e9), first.Median() / second.Median(), 0);
+        for (TarnexAuthHandle& handle : all)
+            library.destroy(&handle);
+    }
+    const double growth = ours.back().Median() / ours.front().Median();
+    const double bareGrowth = bare.back().Median() / bare.front().Median();
+    PrintRow("4 growth from the first to the last", std::to_string(growth), std::to_string(bareGrowth),
+             growth / bareGrowth, 1.0);
+}
+
+void BenchThreads(const Calls& library, const Calls& byHand)
+{
+    const auto time = [](const Calls& calls) {
+        constexpr int kCount = 100'000;
+        const auto work = [&calls] {
+            TarnexAuthHandle handle = nullptr;
+            calls.create(&handle);
+            TimeSets(calls, &handle, kCount);
+            calls.destroy(&handle);
+        };
+        return Time([&] {
+                   std::thread other(work);
+                   work();
+                   other.join();
+               }) /
+               (2 * kCount);
+    };
+    const auto [ours, theirs] = Alternate(
+        21, [&] { return time(library); }, [&] { return time(byHand); });
+    PrintRow("5 two threads, handles of their own (throughput)", Show(ours, "ns", 1e9), Show(theirs, "ns", 1e9),
+             theirs.Median() / ours.Median(), 0.95, true);
+}
+
+void DeleteExpiredFiles(const std::wstring& folder)
+{
+    const FILETIME cutOff = {0, 0x01D80000};
+    WIN32_FIND_DATAW entry;
+    const HANDLE search = ::FindFirstFileW((folder + L"\\Tarnex*.log").c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+        return;
+    do {
+        if (::CompareFileTime(&entry.ftLastWriteTime, &cutOff) < 0)
+            ::DeleteFileW((folder + L"\\" + entry.cFileName).c_str());
+    } while (::FindNextFileW(search, &entry));
+    ::FindClose(search);
+}
+
+void BenchRetention(const fs::path& folder)
+{
+    const auto prepare = [&] {
+        const FILETIME longAgo = {0, 0x01D00000};
+        for (int i = 0; i < 10'000; ++i) {
+            const fs::path path = folder / ("Tarnex-" + std::to_string(i) + "-old.log");
+            const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+            ::SetFileTime(file, nullptr, nullptr, &longAgo);
+            ::CloseHandle(file);
+        }
+    };
+    Compare(
+        "6 retention pass over 10,000 expired files", 1.10, 3,
+        [&] {
+            prepare();
+            const Calls calls = LoadLibraryCalls();
+            TarnexAuthHandle none = nullptr;
+            return Time([&] {
+                calls.destroy(&none);  // the first message starts the pass, and the module stays until it is over
+                UnloadLibrary();
+            });
+        },
+        [&] {
+            prepare();
+            return Time([&] {  // on a thread of its own, watched by this one, as on the other side
+                std::atomic<bool> done{false};
+                std::thread pass([&] {
+                    DeleteExpiredFiles(folder.wstring());
+                    done = true;
+                });
+                while (!done)
+                    std::this_thread::yield();
+                pass.join();
+            });
+        },
+        "ms", 1e3);
+}
+
+void BenchLoad()
+{
+    Compare(
+        "7 load, query, unload; an empty DLL", 0, 21,
+        [] {
+            return Time([] {
+                LoadLibraryCalls();
+                const char* version = nullptr;
+                Find<decltype(tarnexGetAPIVersion_3)>("tarnexGetAPIVersion_3")(&version);
+                UnloadLibrary();
+            });
+        },
+        [] {
+            return Time([] {
+                const HMODULE module = ::LoadLibraryW(L"empty.dll");
+                reinterpret_cast<std::size_t (*)()>(
+                    reinterpret_cast<void*>(::GetProcAddress(module, "emptyVersion")))();
+                ::FreeLibrary(module);
+            });
+        },
+        "us", 1e6);
+}
+
+}  // namespace
+
+// Names of rows as an argument, as in "125", select those.
+int main(int argc, char** argv)
+{
+    const fs::path folder = fs::temp_directory_path() / ("tarnex-bench-" + std::to_string(::GetCurrentProcessId()));
+    fs::create_directories(folder);
+    ::_wputenv((L"TARNEX_LOG_DIR=" + folder.wstring()).c_str());
+    ::_wputenv(L"TARNEX_LOG_LEVEL=");
+
+    PrintHead();
+    const std::string rows = argc > 1 ? argv[1] : "1234567";
+    const auto wanted = [&](char row) { return rows.find(row) != std::string::npos; };
+    const Calls byHand = GetCallsByHand();
+    const Calls library = LoadLibraryCalls();
+    if (wanted('1'))
+        BenchSet(library, byHand, "1 set a parameter, level err", 1.05, 200'000);
+    if (wanted('2'))
+        BenchCreate(library, byHand);
+    if (wanted('3')) {
+        SetLogLevel(TARNEX_LOG_TRACE);
+        SetLogByHand((folder / "by-hand.log").string().c_str());
+        BenchSet(library, byHand, "3 set a parameter, level trace (two lines)", 0.95, 20'000);
+        SetLogByHand(nullptr);
+        SetLogLevel(TARNEX_LOG_ERR);
+    }
+    if (wanted('4'))
+        BenchGrowth(library);
+    if (wanted('5'))
+        BenchThreads(library, byHand);
+    UnloadLibrary();
+    if (wanted('6'))
+        BenchRetention(folder);
+    if (wanted('7'))
+        BenchLoad();
+    fs::remove_all(folder);
+    return g_GoalMissed ? 1 : 0;
+}

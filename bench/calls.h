@@ -1,0 +1,33 @@
+#pragma once
+
+#include <tarnex_3.h>
+
+/** The handle functions of either side: the library's exports, or the same work written by hand. */
+struct Calls
+{
+    decltype(&tarnexCreateAuthHandle_3) create;
+    decltype(&tarnexDeleteAuthHandle_3) destroy;
+    decltype(&tarnexSetAuthParams_3) set;
+};
+
+/**
+ * What somebody would write who needs no more than this: a set of objects and their maps, under two locks and,
+ * once it has been turned on, two lines to a file through spdlog as it comes.
+ */
+Calls GetCallsByHand();
+
+/** Opens the log of the side written by hand and writes to it from then on; null turns it off. */
+void SetLogByHand(const char* path);
+
+/** One look-up in the bare containers that both sides are made of, without locks and copies. */
+class BareContainers
+{
+public:
+    explicit BareContainers(int count);
+    ~BareContainers();
+    void Set(int index, const char* key, const char* value);
+
+private:
+    struct Data;
+    Data* m_Data;
+};
