@@ -385,7 +385,7 @@ void Names(int count)
     for (int i = 0; i < count; ++i) {
         std::string name(random() % 40, ' ');
         for (char& byte : name)  // no colon: it would name a stream of another file
-            byte = static_cast<char>(i % 2 == 0 ? random() % 255 + 1 : "abc\xC3\xA4<?\"|*/.\\ "[random() % 15]);
+            byte = i % 2 == 0 ? static_cast<char>(random() % 255 + 1) : "abc\xC3\xA4<?\"|*/.\\ "[random() % 14];
         std::replace(name.begin(), name.end(), ':', ';');
         try {
             const TarnexResult result = lib.tarnexSetLogName(name.c_str());

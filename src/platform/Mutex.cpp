@@ -5,15 +5,6 @@
 
 #include "platform/Process.h"
 
-CMutex::~CMutex()
-{
-#ifdef __MINGW32__
-    // The MinGW runtime allocates a mutex when it is first locked, and its std::mutex has no destructor that
-    // would give that memory (and an event, after contention) back.
-    ::pthread_mutex_destroy(m_Mutex.native_handle());
-#endif
-}
-
 bool CMutex::IsAbandoned()
 {
     if (!IsProcessEnding())

@@ -11,11 +11,6 @@
 class CMutex
 {
 public:
-    CMutex() = default;
-    ~CMutex();
-    CMutex(const CMutex&) = delete;
-    CMutex& operator=(const CMutex&) = delete;
-
     /**
      * Waits for the lock. Throws std::system_error (resource_deadlock_would_occur) instead of waiting for a
      * thread that process exit has ended, and std::bad_alloc where the mutex itself needs memory.

@@ -21,7 +21,7 @@ CSession::~CSession()
     BeginUnload();
     if (m_Mutex.IsAbandoned()) {
         m_Handles.Abandon();
-        m_Entries.Abandon();
+        m_SpareEntry.Abandon();
     } else {
         for (const AuthHandle* handle : *m_Handles) {
             try {
@@ -44,7 +44,12 @@ TarnexResult CSession::CreateAuthHandle(TarnexAuthHandle* phAuth)
         return TARNEX_E_HANDLE_EXISTS;
     }
     auto created = std::make_unique<AuthHandle>();
-    m_Handles->insert(created.get());
+    if (m_SpareEntry->empty()) {
+        m_Handles->insert(created.get());
+    } else {
+        m_SpareEntry->value() = created.get();
+        m_Handles->insert(std::move(*m_SpareEntry));
+    }
     *phAuth = reinterpret_cast<TarnexAuthHandle>(created.release());
     return TARNEX_OK;
 }
@@ -53,10 +58,12 @@ TarnexResult CSession::DeleteAuthHandle(TarnexAuthHandle* phAuth)
 {
     const std::lock_guard lock(m_Mutex);
     AuthHandle* const handle = ToObject(*phAuth);
-    if (m_Handles->erase(handle) == 0) {
+    Registry::node_type entry = m_Handles->extract(handle);
+    if (entry.empty()) {
         Log(spdlog::level::err, "CreateAuthHandle() hAuth=[{}] was not found", fmt::ptr(handle));
         return TARNEX_E_HANDLE_NOT_FOUND;
     }
+    *m_SpareEntry = std::move(entry);
     delete handle;
     *phAuth = nullptr;
     return TARNEX_OK;

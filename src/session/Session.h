@@ -2,7 +2,6 @@
 
 #include <tarnex_3.h>
 
-#include <memory_resource>
 #include <string_view>
 #include <unordered_set>
 
@@ -51,11 +50,13 @@ private:
     /** First of all locks. Held for the whole of each operation on handles; guards m_Handles. */
     CMutex m_Mutex;
 
-    /** Memory for the entries of m_Handles, which come and go too often for the heap. */
-    CAbandonable<std::pmr::unsynchronized_pool_resource> m_Entries;
+    using Registry = std::unordered_set<AuthHandle*>;
 
     /** The handles that are alive, each owned from here. */
-    CAbandonable<std::pmr::unordered_set<AuthHandle*>> m_Handles{&*m_Entries};
+    CAbandonable<Registry> m_Handles;
+
+    /** The entry of the handle deleted last, kept for the next one: creation and deletion then spare the heap. */
+    CAbandonable<Registry::node_type> m_SpareEntry;
 };
 
 /** The process's session, from load to unload. */
