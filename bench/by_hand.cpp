@@ -96,7 +96,7 @@ struct BareContainers::Data
     std::unordered_set<Map*> registry;
 };
 
-BareContainers::BareContainers(int count) : m_Data(new Data)
+BareContainers::BareContainers(int count) : m_Data(std::make_unique<Data>())
 {
     for (int i = 0; i < count; ++i) {
         m_Data->maps.push_back(std::make_unique<Data::Map>());
@@ -104,10 +104,7 @@ BareContainers::BareContainers(int count) : m_Data(new Data)
     }
 }
 
-BareContainers::~BareContainers()
-{
-    delete m_Data;
-}
+BareContainers::~BareContainers() = default;
 
 void BareContainers::Set(int index, const char* key, const char* value)
 {

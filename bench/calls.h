@@ -2,6 +2,8 @@
 
 #include <tarnex_3.h>
 
+#include <memory>
+
 /** The handle functions of either side: the library's exports, or the same work written by hand. */
 struct Calls
 {
@@ -29,5 +31,5 @@ public:
 
 private:
     struct Data;
-    Data* m_Data;
+    std::unique_ptr<Data> m_Data;
 };

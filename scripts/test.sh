@@ -3,9 +3,9 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 presets=("$@")
-[ $# -gt 0 ] || presets=(mingw-debug mingw)
+[ $# -gt 0 ] || presets=(mingw-debug clang-mingw mingw)
 
-need "${build_tools[@]}"
+need "${build_tools[@]}" "${test_tools[@]}"
 for preset in "${presets[@]}"; do
     build "$preset"
     start_wine

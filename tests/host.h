@@ -45,6 +45,7 @@ struct Library
     {
         return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
     }
+// NOLINTNEXTLINE(bugprone-macro-parentheses): name is the name of a member
 #define TARNEX_FIND(name) decltype(&::name##_3) name = Find<decltype(::name##_3)>(#name "_3")
     TARNEX_FIND(tarnexGetAPIVersion);
     TARNEX_FIND(tarnexCreateAuthHandle);

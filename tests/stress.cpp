@@ -34,6 +34,7 @@ void RunThreads(int count, const std::function<void(int)>& work)
 {
     std::atomic<int> waiting{count};
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int number = 0; number < count; ++number)
         threads.emplace_back([&, number] {
             for (--waiting; waiting > 0;)

@@ -17,8 +17,10 @@ std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring&
     stem += L"-" + GetProcessIdText();
 
     for (int attempt = 0;; ++attempt) {
-        const std::wstring counter = attempt == 0 ? std::wstring() : L"-" + std::to_wstring(attempt);
-        std::wstring path = stem + counter + L"." + extension;
+        std::wstring path = stem;
+        if (attempt != 0)
+            path.append(L"-").append(std::to_wstring(attempt));
+        path.append(L".").append(extension);
         const CFileHandle file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                              FILE_ATTRIBUTE_NORMAL, nullptr));
         if (file.IsOpen())

@@ -37,7 +37,7 @@ std::atomic<bool> g_Unloading{false};
 void* g_LogFileHandle = nullptr;
 
 /** Lines below err gather in the stream until it is full. Four times the usual size saves a tenth of their cost. */
-constexpr std::size_t kStreamSize = 16 * 1024;
+constexpr std::size_t kStreamSize = std::size_t{16} * 1024;
 
 void PrepareStream(const std::wstring&, std::FILE* file)
 {

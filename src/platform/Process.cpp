@@ -22,6 +22,7 @@ DWORD WINAPI RunModuleTask(void* task)
 {
     reinterpret_cast<void (*)() noexcept>(task)();
     // Returning from here would run code that the release of the reference may just have unmapped.
+    // cppcheck-suppress missingReturn ; this call does not return
     ::FreeLibraryAndExitThread(GetThisModule(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT), 0);
 }
 

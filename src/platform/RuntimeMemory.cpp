@@ -4,7 +4,7 @@
 
 #ifdef __GLIBCXX__
 namespace __gnu_cxx {
-void __freeres();
+void __freeres();  // NOLINT(bugprone-reserved-identifier): the name is libstdc++'s
 }
 #endif
 

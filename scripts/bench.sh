@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Measures the library against the same work by hand and prints one table; fails when a row misses its goal.
+# Takes three minutes. "bench.sh 125" measures those rows only.
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+need "${build_tools[@]}"
+build mingw --target bench
+start_wine
+say "Measuring"
+failed=0
+scripts/wine.sh build/mingw/bin/bench.exe "$@" | tr -d '\r' || failed=1
+
+dll=build/mingw/bin/Tarnex_3.dll
+size=$(stat -c %s $dll)
+missed=
+[ "$size" -le 1000000 ] || { missed="  MISSED"; failed=1; }
+printf '8 size of the stripped DLL: %d bytes, goal <= 1000000%s; its code by origin:\n' "$size" "$missed"
+x86_64-w64-mingw32-nm -CS --defined-only $dll.debug | awk '
+    $3 ~ /^[tT]$/ {
+        name = $0; sub(/^[^ ]+ [^ ]+ . /, "", name)
+        origin = "C runtime and threads"
+        if (name ~ /^(void |bool |int )?(fmt|spdlog)::|[ (<](fmt|spdlog)::/) origin = "spdlog and fmt"
+        else if (name ~ /std::|__gnu_cxx|__cxx|_Unwind|operator (new|delete)/) origin = "C++ runtime"
+        else if (name ~ /CSession|AuthHandle|CMutex|Tarnex|tarnex|Log|Cleanup|Retention|Utf8|GetEnvValue|Flush/) origin = "the library itself"
+        sum[origin] += strtonum("0x" $2)
+    }
+    END { for (origin in sum) printf "    %-24s %4d KB\n", origin, sum[origin] / 1024 }' | sort -t: -k1
+exit $failed

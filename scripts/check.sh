@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Static checks: formatting, clang-tidy and cppcheck. No finding is allowed.
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+need "${build_tools[@]}" "${test_tools[@]}" clang-format clang-tidy cppcheck
+mapfile -t sources < <(find src include examples bench tests -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
+
+say "clang-format"
+clang-format --dry-run --Werror "${sources[@]}"
+
+say "cppcheck"
+cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr --std=c++20 \
+    --platform=win64 --library=windows --library=googletest -I include -I src include src examples bench tests
+
+say "clang-tidy (takes two minutes)"
+mkdir -p build
+cmake --preset clang-mingw >build/clang-mingw.log 2>&1 || { cat build/clang-mingw.log >&2; exit 1; }
+run-clang-tidy -quiet -p build/clang-mingw "$root/(src|examples|bench|tests)/" >build/clang-tidy.log 2>&1 ||
+    { cat build/clang-tidy.log >&2; exit 1; }
+echo "no finding"
