@@ -4,6 +4,7 @@ add_compile_definitions(NOMINMAX)
 # Warnings are errors in the library's own code.
 add_library(tarnex_warnings INTERFACE)
 if(MSVC)
+    add_compile_definitions(_CRT_SECURE_NO_WARNINGS)  # _wgetenv is what is wanted
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
     target_compile_options(tarnex_warnings INTERFACE /W4 /WX /permissive- /utf-8)
     # The exports are extern "C" and yet let exceptions out.

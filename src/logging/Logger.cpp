@@ -109,8 +109,8 @@ bool CreateLogger()
     *g_Logger = MakeLogger();
     spdlog::logger& logger = **g_Logger;
     logger.set_level(level);
-    WriteTo(logger, spdlog::level::off, "Created Tarnex Logger level [{}]",
-            fmt::make_format_args(spdlog::level::to_string_view(level)));
+    const spdlog::string_view_t levelName = spdlog::level::to_string_view(level);
+    WriteTo(logger, spdlog::level::off, "Created Tarnex Logger level [{}]", fmt::make_format_args(levelName));
     logger.flush();
     logger.flush_on(spdlog::level::err);
 
