@@ -88,12 +88,13 @@ struct LogFolder
         fs::remove_all(path, ignored);
     }
 
-    /** The names in the folder, sorted, with this process's id shown as PID. */
+    /** The names in the folder in UTF-8, sorted, with this process's id shown as PID. */
     Lines Files() const
     {
         Lines names;
         for (const auto& entry : fs::directory_iterator(path)) {
-            std::string name = entry.path().filename().string();
+            const std::u8string utf8 = entry.path().filename().u8string();
+            std::string name(utf8.begin(), utf8.end());
             const std::string id = std::to_string(static_cast<int>(::GetCurrentProcessId()));
             if (const auto at = name.find("-" + id); at != std::string::npos)
                 name.replace(at + 1, id.size(), "PID");
