@@ -16,5 +16,7 @@ target_compile_definitions(tarnex_dependencies INTERFACE
     FMT_STATIC_THOUSANDS_SEPARATOR=','
     # A library does not touch its host's console.
     SPDLOG_DISABLE_DEFAULT_LOGGER
+    # Nor does it keep the log file open in the processes that its host starts.
+    SPDLOG_PREVENT_CHILD_FD
     # No line shows the thread, and finding it out costs a look-up with every message.
     SPDLOG_NO_THREAD_ID)

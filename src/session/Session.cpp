@@ -23,11 +23,14 @@ CSession::~CSession()
         m_Handles.Abandon();
         m_SpareEntry.Abandon();
     } else {
+        bool canLog = true;
         for (const AuthHandle* handle : *m_Handles) {
             try {
-                Log(spdlog::level::debug, "~CSession() for (auto h : m_Handles)");
+                if (canLog)
+                    Log(spdlog::level::debug, "~CSession() for (auto h : m_Handles)");
             } catch (...) {
-                // The process's first message, and no logger could be made for it. There is nobody to tell.
+                // The process's first message, and opening the log failed. Trying takes 50 ms; once is enough.
+                canLog = false;
             }
             delete handle;
         }
