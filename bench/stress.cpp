@@ -163,23 +163,34 @@ void FirstAtUnloadChild(int round)
 
 void FirstMessageChild(int)
 {
+    SetEnv(L"TARNEX_LOG_LEVEL", L"W");
     Library lib;
     RunThreads(16, [&](int number) {
-        for (int i = 0; i < 16; ++i)
-            WriteFirstMessage(lib, static_cast<std::uintptr_t>(number) + 0x10);
+        for (int i = 0; i < 16; ++i) {
+            // The session lets one thread through at a time; an invalid level passes it by.
+            if (number % 2 == 0)
+                WriteFirstMessage(lib, static_cast<std::uintptr_t>(number) + 0x10);
+            else
+                lib.tarnexSetLogLevel(static_cast<uint32_t>(number) + 0x10);
+        }
     });
 }
 
 void CheckFirstMessage(const Lines& log)
 {
     Lines expected(256);
-    for (std::size_t i = 0; i < expected.size(); ++i)
-        expected[i] = "[E] CreateAuthHandle() hAuth=[" + Hex(reinterpret_cast<TarnexAuthHandle>(i / 16 + 0x10)) +
-                      "] was not found";
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const std::size_t value = i / 16 + 0x10;
+        expected[i] =
+            value % 2 == 0
+                ? "[E] CreateAuthHandle() hAuth=[" + Hex(reinterpret_cast<TarnexAuthHandle>(value)) + "] was not found"
+                : "[W] SetLogLevel() was called whith invalid level [" + std::to_string(value) + "]";
+    }
+    std::sort(expected.begin(), expected.end());
     Lines sorted(log.begin(), log.end());
     if (!sorted.empty())
         std::sort(sorted.begin() + 1, sorted.end());
-    expected.insert(expected.begin(), "[O] Created Tarnex Logger level [error]");
+    expected.insert(expected.begin(), "[O] Created Tarnex Logger level [warning]");
     CheckLines(sorted, expected);
 }
 
@@ -191,7 +202,7 @@ void LevelRaceChild(int round)
     RunThreads(2, [&](int number) {
         if (number == 0)
             return WriteFirstMessage(lib);
-        for (std::atomic<int> delay = round * 100; delay > 0;)
+        for (std::atomic<int> delay = round * 37 % 64 * 5000; delay > 0;)  // all over the creation of the logger
             --delay;
         lib.tarnexSetLogLevel(TARNEX_LOG_DEBUG);
     });
