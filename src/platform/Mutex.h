@@ -16,7 +16,6 @@ public:
      * thread that process exit has ended, and std::bad_alloc where the mutex itself needs memory.
      */
     void lock();
-    bool try_lock() { return m_Mutex.try_lock(); }
     void unlock() { m_Mutex.unlock(); }
 
     /** True when process exit has ended the thread that holds the lock: what it guards may be torn. */
