@@ -90,18 +90,18 @@ spdlog::level::level_enum ChooseLevel()
     return static_cast<spdlog::level::level_enum>(level);
 }
 
-/** True when there is a logger afterwards. Raises what making the file and opening it raise. */
-bool CreateLogger()
+/** The logger, null when there can be none. Raises what making the file and opening it raise. */
+spdlog::logger* CreateLogger()
 {
     const std::lock_guard lock(g_LoggerMutex);
     if (*g_Logger)  // another thread was first
-        return true;
+        return g_Logger->get();
     if (g_LoggerFailed)
-        return false;
+        return nullptr;
     if (g_LogFilePath->empty() && BuildLogFilePath("") != TARNEX_OK) {
         g_LoggerFailed = true;
         g_LogFilter = kDropAll;
-        return false;
+        return nullptr;
     }
 
     // Everything that can raise an error comes before MakeLogger, which registers the name for good.
@@ -121,15 +121,18 @@ bool CreateLogger()
 
     if (g_Unloading || !StartModuleThread(RunRetention))
         RunRetention();
-    return true;
+    return &logger;
 }
 
 }  // namespace
 
 void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt::format_args args)
 {
-    if (g_ReadyLogger.load() != nullptr || CreateLogger())
-        WriteTo(*g_ReadyLogger.load(), level, format, args);
+    spdlog::logger* logger = g_ReadyLogger;
+    if (logger == nullptr)
+        logger = CreateLogger();
+    if (logger != nullptr)
+        WriteTo(*logger, level, format, args);
 }
 
 void ApplyLogLevel(spdlog::logger& logger) noexcept
