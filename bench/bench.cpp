@@ -1,20 +1,12 @@
 // What a call costs: the library through its exports against the same work by hand, in one process and in turn.
-#include <windows.h>
-
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <filesystem>
-#include <functional>
 #include <random>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "calls.h"
+#include "host.h"
 
-namespace fs = std::filesystem;
 using Seconds = std::chrono::duration<double>;
 
 namespace {
@@ -23,33 +15,9 @@ constexpr const char* kValue = "a value of forty bytes, as tokens often.";
 constexpr const char* kKeys[] = {"user", "token"};
 bool g_GoalMissed = false;
 
-HMODULE g_Library = nullptr;
-
-template <typename Function>
-Function* Find(const char* name)
+Calls GetCalls(const Library& library)
 {
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(g_Library, name)));
-}
-
-/** Loads the library, with its log going to the folder. */
-Calls LoadLibraryCalls()
-{
-    g_Library = ::LoadLibraryW(L"Tarnex_3.dll");
-    return {Find<decltype(tarnexCreateAuthHandle_3)>("tarnexCreateAuthHandle_3"),
-            Find<decltype(tarnexDeleteAuthHandle_3)>("tarnexDeleteAuthHandle_3"),
-            Find<decltype(tarnexSetAuthParams_3)>("tarnexSetAuthParams_3")};
-}
-
-void UnloadLibrary()
-{
-    ::FreeLibrary(g_Library);
-    while (::GetModuleHandleW(L"Tarnex_3.dll") != nullptr)
-        std::this_thread::yield();
-}
-
-void SetLogLevel(uint32_t level)
-{
-    Find<decltype(tarnexSetLogLevel_3)>("tarnexSetLogLevel_3")(level);
+    return {library.tarnexCreateAuthHandle, library.tarnexDeleteAuthHandle, library.tarnexSetAuthParams};
 }
 
 double Time(const std::function<void()>& work)
@@ -244,38 +212,29 @@ void DeleteExpiredFiles(const std::wstring& folder)
     ::FindClose(search);
 }
 
-void BenchRetention(const fs::path& folder)
+void BenchRetention(const LogFolder& folder)
 {
-    const auto prepare = [&] {
-        const FILETIME longAgo = {0, 0x01D00000};
-        for (int i = 0; i < 10'000; ++i) {
-            const fs::path path = folder / ("Tarnex-" + std::to_string(i) + "-old.log");
-            const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-            ::SetFileTime(file, nullptr, nullptr, &longAgo);
-            ::CloseHandle(file);
-        }
-    };
+    constexpr int kFiles = 10'000;
     Compare(
         "6 retention pass over 10,000 expired files", 1.10, 3,
         [&] {
-            prepare();
-            const Calls calls = LoadLibraryCalls();
+            folder.AddExpiredFiles(kFiles);
+            Library library;
             TarnexAuthHandle none = nullptr;
             return Time([&] {
-                calls.destroy(&none);  // the first message starts the pass, and the module stays until it is over
-                UnloadLibrary();
+                library.tarnexDeleteAuthHandle(&none);  // the first message starts the pass
+                library.Unload();                       // and the module stays until it is over
             });
         },
         [&] {
-            prepare();
+            folder.AddExpiredFiles(kFiles);
             return Time([&] {  // on a thread of its own, watched by this one, as on the other side
                 std::atomic<bool> done{false};
                 std::thread pass([&] {
-                    DeleteExpiredFiles(folder.wstring());
+                    DeleteExpiredFiles(folder.path.wstring());
                     done = true;
                 });
-                while (!done)
-                    std::this_thread::yield();
+                WaitUntil([&] { return done.load(); });
                 pass.join();
             });
         },
@@ -288,10 +247,10 @@ void BenchLoad()
         "7 load, query, unload; an empty DLL", 0, 21,
         [] {
             return Time([] {
-                LoadLibraryCalls();
+                Library library;
                 const char* version = nullptr;
-                Find<decltype(tarnexGetAPIVersion_3)>("tarnexGetAPIVersion_3")(&version);
-                UnloadLibrary();
+                library.tarnexGetAPIVersion(&version);
+                library.Unload();
             });
         },
         [] {
@@ -310,36 +269,34 @@ void BenchLoad()
 // Names of rows as an argument, as in "125", select those.
 int main(int argc, char** argv)
 {
-    const fs::path folder = fs::temp_directory_path() / ("tarnex-bench-" + std::to_string(::GetCurrentProcessId()));
-    fs::create_directories(folder);
-    ::_wputenv((L"TARNEX_LOG_DIR=" + folder.wstring()).c_str());
-    ::_wputenv(L"TARNEX_LOG_LEVEL=");
+    const LogFolder folder("bench");
+    SetEnv(L"TARNEX_LOG_LEVEL", L"");
 
     PrintHead();
     const std::string rows = argc > 1 ? argv[1] : "1234567";
     const auto wanted = [&](char row) { return rows.find(row) != std::string::npos; };
     const Calls byHand = GetCallsByHand();
-    const Calls library = LoadLibraryCalls();
+    Library dll;
+    const Calls library = GetCalls(dll);
     if (wanted('1'))
         BenchSet(library, byHand, "1 set a parameter, level err", 1.05, 200'000);
     if (wanted('2'))
         BenchCreate(library, byHand);
     if (wanted('3')) {
-        SetLogLevel(TARNEX_LOG_TRACE);
-        SetLogByHand((folder / "by-hand.log").string().c_str());
+        dll.tarnexSetLogLevel(TARNEX_LOG_TRACE);
+        SetLogByHand((folder.path / "by-hand.log").string().c_str());
         BenchSet(library, byHand, "3 set a parameter, level trace (two lines)", 0.95, 20'000);
         SetLogByHand(nullptr);
-        SetLogLevel(TARNEX_LOG_ERR);
+        dll.tarnexSetLogLevel(TARNEX_LOG_ERR);
     }
     if (wanted('4'))
         BenchGrowth(library);
     if (wanted('5'))
         BenchThreads(library, byHand);
-    UnloadLibrary();
+    dll.Unload();
     if (wanted('6'))
         BenchRetention(folder);
     if (wanted('7'))
         BenchLoad();
-    fs::remove_all(folder);
     return g_GoalMissed ? 1 : 0;
 }

@@ -19,6 +19,7 @@ std::string g_Note;
 
 void Fail(const std::string& what)
 {
+    std::fprintf(stderr, "%s\n", what.c_str());
     if (g_Failures++ == 0)
         g_FirstFailure = what;
 }
@@ -51,39 +52,51 @@ void WriteFirstMessage(Library& lib, std::uintptr_t value = 0)
     Check(lib.tarnexDeleteAuthHandle(&handle) == TARNEX_E_HANDLE_NOT_FOUND, "a handle that is none was found");
 }
 
-/** So many files that the next retention pass deletes. */
-void AddExpiredFiles(const LogFolder& folder, int count)
+/**
+ * Starts this program with the arguments; null when that cannot be done. Wine fails to start one process in
+ * some thousands, before any of its code runs (also programs without the library), so it is asked again.
+ */
+HANDLE StartProcess(const std::wstring& arguments)
 {
-    const FILETIME longAgo = {0, 0x01D00000};
-    for (int i = 0; i < count; ++i) {
-        const fs::path path = folder.path / ("Tarnex-" + std::to_string(i) + "-old.log");
-        const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-        ::SetFileTime(file, nullptr, nullptr, &longAgo);
-        ::CloseHandle(file);
+    static int refused = 0;
+    wchar_t program[MAX_PATH];
+    ::GetModuleFileNameW(nullptr, program, MAX_PATH);
+    std::wstring command = L"stress " + arguments;
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION process{};
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        if (::CreateProcessW(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                             &process)) {
+            ::CloseHandle(process.hThread);
+            return process.hProcess;
+        }
+        const DWORD error = ::GetLastError();
+        g_Note = "; started again, because the system did not: " + std::to_string(++refused) + " (error " +
+                 std::to_string(error) + ")";
     }
+    return nullptr;
 }
 
 /** Runs this program's child part of a moment, time after time, and hands each log to the check. */
 void RunProcesses(const std::string& moment, int count, const std::function<void(const Lines&)>& check)
 {
-    wchar_t program[MAX_PATH];
-    ::GetModuleFileNameW(nullptr, program, MAX_PATH);
     for (int round = 0; round < count; ++round) {
         const LogFolder folder("stress");
-        AddExpiredFiles(folder, moment == "first-at-unload");
-        std::wstring command =
-            L"stress --child " + std::wstring(moment.begin(), moment.end()) + L" " + std::to_wstring(round);
-        STARTUPINFOW startup{};
-        startup.cb = sizeof startup;
-        PROCESS_INFORMATION child{};
-        ::CreateProcessW(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &child);
-        if (::WaitForSingleObject(child.hProcess, kLimit) != WAIT_OBJECT_0) {
+        folder.AddExpiredFiles(moment == "first-at-unload" ? 1 : 0);
+        const HANDLE child =
+            StartProcess(L"--child " + std::wstring(moment.begin(), moment.end()) + L" " + std::to_wstring(round));
+        if (child == nullptr) {
+            Fail("a process did not start");
+            continue;
+        }
+        if (::WaitForSingleObject(child, kLimit) != WAIT_OBJECT_0) {
             Fail("hang");
-            ::TerminateProcess(child.hProcess, 1);
-            ::WaitForSingleObject(child.hProcess, kLimit);
+            ::TerminateProcess(child, 1);
+            ::WaitForSingleObject(child, kLimit);
         } else {
             DWORD code = 0;
-            ::GetExitCodeProcess(child.hProcess, &code);
+            ::GetExitCodeProcess(child, &code);
             Check(code == 0, "exit code " + std::to_string(code));
             const Lines files = folder.Files();
             if (files.size() == 1)
@@ -91,8 +104,7 @@ void RunProcesses(const std::string& moment, int count, const std::function<void
             else
                 Fail(std::to_string(files.size()) + " files instead of the log alone");
         }
-        ::CloseHandle(child.hThread);
-        ::CloseHandle(child.hProcess);
+        ::CloseHandle(child);
     }
 }
 
@@ -220,7 +232,7 @@ void UnloadDuringPass(int count)
 {
     const LogFolder folder("stress");
     for (int round = 0; round < count; ++round) {
-        AddExpiredFiles(folder, 4000);
+        folder.AddExpiredFiles(4000);
         Library lib;
         WriteFirstMessage(lib);
         Check(lib.Unload(), "the module stays");

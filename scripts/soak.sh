@@ -7,7 +7,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 moments=(exit-busy:200 exit-idle:200 first-at-unload:200 first-message:200 level-race:200 unload-during-pass:200
     reload:3000 model:1000000 names:10000 mixed:20 disk-full:5 folder-removed:5 allocation-fails:1)
 
-stress() { scripts/wine.sh build/mingw/bin/stress.exe "$@" 2>/dev/null; }
+# Every failure goes to the log, the first one into the table as well.
+stress() { scripts/wine.sh build/mingw/bin/stress.exe "$@" 2>>build/soak.log; }
 
 # A log folder of 64 KB, which needs root to be made.
 disk_full() {
@@ -49,7 +50,8 @@ need "${build_tools[@]}"
 build mingw
 start_wine
 
-say "Worst moments"
+say "Worst moments (failures one by one: build/soak.log)"
+: >build/soak.log
 row moment count "went wrong"
 failed=0
 for entry in "${moments[@]}"; do

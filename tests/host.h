@@ -12,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -91,14 +92,12 @@ struct LogFolder
     /** The names in the folder in UTF-8, sorted, with this process's id shown as PID. */
     Lines Files() const
     {
+        const std::regex id("-" + std::to_string(static_cast<int>(::GetCurrentProcessId())) + "\\b");
         Lines names;
         for (const auto& entry : fs::directory_iterator(path)) {
             const std::u8string utf8 = entry.path().filename().u8string();
-            std::string name(utf8.begin(), utf8.end());
-            const std::string id = std::to_string(static_cast<int>(::GetCurrentProcessId()));
-            if (const auto at = name.find("-" + id); at != std::string::npos)
-                name.replace(at + 1, id.size(), "PID");
-            names.push_back(name);
+            const std::string name(utf8.begin(), utf8.end());
+            names.push_back(std::regex_replace(name, id, "-PID"));
         }
         std::sort(names.begin(), names.end());
         return names;
@@ -111,16 +110,33 @@ struct LogFolder
         fs::last_write_time(path / name, fs::file_time_type::clock::now() - std::chrono::hours(hoursAgo));
     }
 
+    /** So many log files that the next retention pass deletes. */
+    void AddExpiredFiles(int count) const
+    {
+        const FILETIME longAgo = {0, 0x01D00000};
+        for (int i = 0; i < count; ++i) {
+            const fs::path file = path / ("Tarnex-" + std::to_string(i) + "-old.log");
+            const HANDLE handle = ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+            ::SetFileTime(handle, nullptr, nullptr, &longAgo);
+            ::CloseHandle(handle);
+        }
+    }
+
     fs::path LogPath(const std::string& custom = "") const
     {
         return path / ("Tarnex" + custom + "-" + std::to_string(::GetCurrentProcessId()) + ".log");
     }
 };
 
-/** The file's lines without their time, as in "[E] text". A line that is not whole reads "torn: ...". */
+/**
+ * The file's lines without their time, as in "[E] text". A line that is not whole reads "torn: ...", and a file
+ * that cannot be opened reads as a line that says so.
+ */
 inline Lines ReadLog(const fs::path& path)
 {
     std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return {"no file " + path.string()};
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     const std::string shape = "dddd-dd-dd dd:dd:dd.ddd [";
     const auto fits = [](char want, char have) { return want == 'd' ? have >= '0' && have <= '9' : want == have; };
