@@ -5,6 +5,7 @@
 #include <random>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 
 #include "host.h"
@@ -118,16 +119,31 @@ void CheckLines(const Lines& log, const Lines& expected)
 /** Ends the process in one of the two ways there are. */
 void Exit(int round)
 {
+    const int code = g_Failures == 0 ? 0 : 1;
     if (round % 2 == 0)
-        ::ExitProcess(0);
-    std::exit(0);
+        ::ExitProcess(static_cast<UINT>(code));
+    std::exit(code);
 }
 
-// The process exits while four threads are inside calls.
+/** Calls the library as late as a host can, when exit has ended the other threads. */
+void WINAPI CallDuringExit(void* lib)
+{
+    try {
+        TarnexAuthHandle handle = nullptr;
+        static_cast<Library*>(lib)->tarnexCreateAuthHandle(&handle);
+        static_cast<Library*>(lib)->tarnexSetAuthParams(&handle, "k", "v");
+    } catch (const std::system_error&) {
+        // An ended thread holds a lock.
+    }
+}
+
+// The process exits while four threads are inside calls, in half of the rounds with a full disk.
 void ExitBusyChild(int round)
 {
     static Library lib;
     static std::atomic<int> calls[4];
+    Check(round % 4 < 2 || FillDisk(lib.module), "the disk is not full");
+    ::FlsSetValue(::FlsAlloc(CallDuringExit), &lib);
     lib.tarnexSetLogLevel(TARNEX_LOG_TRACE);
     for (auto& count : calls)
         std::thread([&count] {
@@ -135,6 +151,7 @@ void ExitBusyChild(int round)
                 lib.tarnexCreateAuthHandle(&handle);
                 lib.tarnexSetAuthParams(&handle, "a key that is not short", "a value that is not short");
                 lib.tarnexDeleteAuthHandle(&handle);
+                lib.tarnexSetLogLevel(9);  // writes without the session's lock
             }
         }).detach();
     WaitUntil([] { return std::all_of(std::begin(calls), std::end(calls), [](auto& count) { return count > 20; }); });

@@ -231,16 +231,11 @@ TEST_F(HostTest, WithoutALogFileEveryCallStillAnswersTheSame)
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-x-PID.log"});
 }
 
-std::size_t FullDisk(const void*, std::size_t, std::size_t, std::FILE*)
-{
-    return 0;
-}
-
 TEST_F(HostTest, AFullDiskChangesNoResult)
 {
     Load(L"T");
     EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
-    ASSERT_TRUE(ReplaceImport(lib->module, "fwrite", reinterpret_cast<void*>(&FullDisk)));
+    ASSERT_TRUE(FillDisk(lib->module));
     TarnexAuthHandle handle = nullptr;
     EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
     EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 14u);

@@ -37,6 +37,6 @@ TarnexResult Flush()
     if (logger == nullptr)
         return TARNEX_E_NO_LOGGER;
     Log(spdlog::level::trace, "Logger Flush() was called");
-    logger->flush();
+    FlushLogger(*logger);
     return TARNEX_OK;
 }

@@ -17,14 +17,8 @@
 
 namespace {
 
-/** Stands in for g_SinkMutex in the sink, so that BeginUnload can ask about the lock that the sink takes. */
-struct SinkLock
-{
-    void lock() { g_SinkMutex.lock(); }
-    void unlock() { g_SinkMutex.unlock(); }
-};
-
-using FileSink = spdlog::sinks::basic_file_sink<SinkLock>;
+// Without a lock of its own: g_WriteMutex covers what happens around it as well.
+using FileSink = spdlog::sinks::basic_file_sink_st;
 
 constexpr const char* kLoggerName = "Tarnex";
 
@@ -54,9 +48,10 @@ void WriteTo(spdlog::logger& logger, spdlog::level::level_enum level, fmt::strin
     try {
         spdlog::memory_buf_t text;
         fmt::vformat_to(fmt::appender(text), format, args);
+        const std::lock_guard lock(g_WriteMutex);
         logger.log(level, fmt::string_view(text.data(), text.size()));
     } catch (...) {
-        // The logger reports its own errors. What is left is memory exhaustion.
+        // The logger reports its own errors. What is left is memory exhaustion, and a lock lost at process exit.
     }
 }
 
@@ -111,7 +106,7 @@ spdlog::logger* CreateLogger()
     logger.set_level(level);
     const spdlog::string_view_t levelName = spdlog::level::to_string_view(level);
     WriteTo(logger, spdlog::level::off, "Created Tarnex Logger level [{}]", fmt::make_format_args(levelName));
-    logger.flush();
+    FlushLogger(logger);
     logger.flush_on(spdlog::level::err);
 
     // The host stores its level and then looks for the logger; here it is the other way round. Whoever comes
@@ -148,6 +143,16 @@ void ApplyLogLevel(spdlog::logger& logger) noexcept
     } while (level != applied);
 }
 
+void FlushLogger(spdlog::logger& logger) noexcept
+{
+    try {
+        const std::lock_guard lock(g_WriteMutex);
+        logger.flush();
+    } catch (...) {
+        // As in WriteTo.
+    }
+}
+
 spdlog::level::level_enum GetLogLevelFromEnv()
 {
     const std::wstring value = GetEnvValue(Utf8ToWide("TARNEX_LOG_LEVEL").c_str());
@@ -172,7 +177,7 @@ spdlog::level::level_enum GetLogLevelFromEnv()
 void BeginUnload() noexcept
 {
     g_Unloading = true;
-    const bool tornStream = g_SinkMutex.IsAbandoned();
+    const bool tornStream = g_WriteMutex.IsAbandoned();
     // The C runtime still flushes every stream, and would write this one's buffer a second time if the thread
     // died between writing it and noting that.
     if (tornStream)

@@ -15,8 +15,11 @@
 /** Guards the creation of the logger and its file. Taken after the session's and a handle's lock. */
 extern CMutex g_LoggerMutex;
 
-/** What the logger's sink locks for each line. Guards the log file's buffer; innermost of all locks. */
-extern CMutex g_SinkMutex;
+/**
+ * Held while the logger writes a line or flushes. Guards the log file's buffer and spdlog's error handler, which
+ * runs outside of a sink's own lock and has one that process exit could leave locked. Innermost of all locks.
+ */
+extern CMutex g_WriteMutex;
 
 /** Path of the log file; empty until a file has been made. Guarded by g_LoggerMutex. */
 extern CAbandonable<std::wstring> g_LogFilePath;
@@ -55,6 +58,9 @@ void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Ar
 
 /** Gives the logger the level that g_LogLevel holds when the call returns. Takes no lock. */
 void ApplyLogLevel(spdlog::logger& logger) noexcept;
+
+/** Writes what the logger has buffered to the file. */
+void FlushLogger(spdlog::logger& logger) noexcept;
 
 /** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
 spdlog::level::level_enum GetLogLevelFromEnv();

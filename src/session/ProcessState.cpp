@@ -8,7 +8,7 @@
 
 CRuntimeMemory g_RuntimeMemory;
 CMutex g_LoggerMutex;
-CMutex g_SinkMutex;
+CMutex g_WriteMutex;
 CAbandonable<std::wstring> g_LogFilePath;
 CAbandonable<std::shared_ptr<spdlog::logger>> g_Logger;
 CSession g_Session;
