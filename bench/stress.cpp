@@ -47,6 +47,10 @@ void RunThreads(int count, const std::function<void(int)>& work)
         thread.join();
 }
 
+/** What the log holds after WriteFirstMessage, where nobody has set a level. */
+const Lines kFirstMessage = {"[O] Created Tarnex Logger level [error]",
+                             "[E] CreateAuthHandle() hAuth=[0x0] was not found"};
+
 void WriteFirstMessage(Library& lib, std::uintptr_t value = 0)
 {
     auto handle = reinterpret_cast<TarnexAuthHandle>(value);
@@ -125,25 +129,12 @@ void Exit(int round)
     std::exit(code);
 }
 
-/** Calls the library as late as a host can, when exit has ended the other threads. */
-void WINAPI CallDuringExit(void* lib)
-{
-    try {
-        TarnexAuthHandle handle = nullptr;
-        static_cast<Library*>(lib)->tarnexCreateAuthHandle(&handle);
-        static_cast<Library*>(lib)->tarnexSetAuthParams(&handle, "k", "v");
-    } catch (const std::system_error&) {
-        // An ended thread holds a lock.
-    }
-}
-
 // The process exits while four threads are inside calls, in half of the rounds with a full disk.
 void ExitBusyChild(int round)
 {
     static Library lib;
     static std::atomic<int> calls[4];
     Check(round % 4 < 2 || FillDisk(lib.module), "the disk is not full");
-    ::FlsSetValue(::FlsAlloc(CallDuringExit), &lib);
     lib.tarnexSetLogLevel(TARNEX_LOG_TRACE);
     for (auto& count : calls)
         std::thread([&count] {
@@ -162,6 +153,35 @@ void CheckExitBusy(const Lines& log)
 {
     for (std::size_t i = 0; i + 1 < log.size(); ++i)  // the end of the last line may have gone with its thread
         Check(log[i].rfind("torn", 0) != 0, "line " + std::to_string(i) + " is " + log[i]);
+}
+
+/** Calls in as late as a host can, when exit has ended the other threads. */
+void WINAPI CallDuringExit(void* lib)
+{
+    try {
+        WriteFirstMessage(*static_cast<Library*>(lib));
+    } catch (const std::system_error&) {
+        return;
+    }
+    ::TerminateProcess(::GetCurrentProcess(), 1);  // the lock of a thread that is no more was not noticed
+}
+
+// The process exits while a thread stands still in the middle of writing to the log, with every lock there is.
+void ExitStuckChild(int round)
+{
+    static Library lib;
+    static std::atomic<bool> stuck{false};
+    WriteFirstMessage(lib);
+    std::size_t (*const write)(const void*, std::size_t, std::size_t, std::FILE*) = [](auto...) {
+        for (stuck = true;;)
+            ::Sleep(INFINITE);
+        return std::size_t{0};
+    };
+    Check(ReplaceImport(lib.module, "fwrite", reinterpret_cast<void*>(write)), "the log is not written by fwrite");
+    std::thread([] { WriteFirstMessage(lib); }).detach();
+    Check(WaitUntil([] { return stuck.load(); }), "nothing was written");
+    ::FlsSetValue(::FlsAlloc(CallDuringExit), &lib);
+    Exit(round);
 }
 
 // Exit, or unload, with handles left and nobody inside a call.
@@ -291,8 +311,7 @@ void Reload(int count)
             Library lib;
             WriteFirstMessage(lib);
             Check(lib.Unload(), "the module stays");
-            CheckLines(ReadLog(folder.LogPath()),
-                       {"[O] Created Tarnex Logger level [error]", "[E] CreateAuthHandle() hAuth=[0x0] was not found"});
+            CheckLines(ReadLog(folder.LogPath()), kFirstMessage);
             fs::remove(folder.LogPath());
         }
         return Usage();
@@ -481,6 +500,7 @@ int main(int argc, char** argv)
     };
     const std::map<std::string, ProcessMoment> processMoments = {
         {"exit-busy", {ExitBusyChild, CheckExitBusy}},
+        {"exit-stuck", {ExitStuckChild, [](const Lines& log) { CheckLines(log, kFirstMessage); }}},
         {"exit-idle", {ExitIdleChild, [&](const Lines& log) { CheckLines(log, idle); }}},
         {"first-at-unload", {FirstAtUnloadChild, [&](const Lines& log) { CheckLines(log, first); }}},
         {"first-message", {FirstMessageChild, CheckFirstMessage}},

@@ -185,7 +185,5 @@ void BeginUnload() noexcept
     if (tornStream || g_LoggerMutex.IsAbandoned()) {
         g_LogFilter = kDropAll;
         g_ReadyLogger = nullptr;
-        g_Logger.Abandon();
-        g_LogFilePath.Abandon();
     }
 }

@@ -1,28 +1,24 @@
 #pragma once
 
-#include <utility>
+#include "platform/Process.h"
 
 /**
- * An object that can be exempted from its own destruction. When process exit has ended a thread in the middle
- * of changing an object, running its destructor is not safe; the end of the process reclaims it anyway.
+ * An object that process exit leaves as it is. Exit may have ended a thread in the middle of changing the object,
+ * or in the middle of changing the heap: running the destructor then is not safe, and the end of the process
+ * reclaims everything anyway.
  */
 template <typename T>
 class CAbandonable
 {
 public:
-    template <typename... Args>
-    explicit CAbandonable(Args&&... args) : m_Value(std::forward<Args>(args)...)
-    {
-    }
+    CAbandonable() : m_Value() {}
     ~CAbandonable()
     {
-        if (!m_bAbandoned)
+        if (!IsProcessEnding())
             m_Value.~T();
     }
     CAbandonable(const CAbandonable&) = delete;
     CAbandonable& operator=(const CAbandonable&) = delete;
-
-    void Abandon() noexcept { m_bAbandoned = true; }
 
     T& operator*() noexcept { return m_Value; }
     T* operator->() noexcept { return &m_Value; }
@@ -32,5 +28,4 @@ private:
     union {
         T m_Value;
     };
-    bool m_bAbandoned = false;
 };

@@ -9,9 +9,9 @@ bool CMutex::IsAbandoned()
 {
     if (!IsProcessEnding())
         return false;
-    if (!m_Mutex.try_lock())
+    if (!m_Mutex->try_lock())
         return true;
-    m_Mutex.unlock();
+    m_Mutex->unlock();
     return false;
 }
 
@@ -19,12 +19,12 @@ void CMutex::lock()
 {
     // Tried first only at process exit: under contention a plain lock is a tenth faster.
     if (IsProcessEnding()) {
-        if (m_Mutex.try_lock())
+        if (m_Mutex->try_lock())
             return;
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
     }
     try {
-        m_Mutex.lock();
+        m_Mutex->lock();
     } catch (const std::system_error& error) {
         if (error.code() == std::errc::not_enough_memory)
             throw std::bad_alloc();

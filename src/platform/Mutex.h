@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "platform/Abandonable.h"
+
 /**
  * The library's one kind of lock: a std::mutex that process exit cannot turn into a hang.
  *
@@ -16,11 +18,11 @@ public:
      * thread that process exit has ended, and std::bad_alloc where the mutex itself needs memory.
      */
     void lock();
-    void unlock() { m_Mutex.unlock(); }
+    void unlock() { m_Mutex->unlock(); }
 
     /** True when process exit has ended the thread that holds the lock: what it guards may be torn. */
     bool IsAbandoned();
 
 private:
-    std::mutex m_Mutex;
+    CAbandonable<std::mutex> m_Mutex;
 };

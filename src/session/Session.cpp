@@ -5,6 +5,7 @@
 
 #include "logging/Controls.h"
 #include "logging/Logger.h"
+#include "platform/Process.h"
 #include "session/AuthHandle.h"
 
 namespace {
@@ -19,10 +20,7 @@ AuthHandle* ToObject(TarnexAuthHandle hAuth)
 CSession::~CSession()
 {
     BeginUnload();
-    if (m_Mutex.IsAbandoned()) {
-        m_Handles.Abandon();
-        m_SpareEntry.Abandon();
-    } else {
+    if (!m_Mutex.IsAbandoned()) {
         bool canLog = true;
         for (const AuthHandle* handle : *m_Handles) {
             try {
@@ -32,7 +30,8 @@ CSession::~CSession()
                 // The process's first message, and opening the log failed. Trying takes 50 ms; once is enough.
                 canLog = false;
             }
-            delete handle;
+            if (!IsProcessEnding())  // for the reason that CAbandonable gives
+                delete handle;
         }
     }
     Flush();

@@ -25,8 +25,8 @@ public:
 
     /**
      * Destroys the handles that hosts left behind and flushes the log. Takes no lock: no call may be in
-     * progress. Where process exit has ended a thread inside a call, what that call was changing is left
-     * alone.
+     * progress. At process exit the objects stay, and the registry is not read if a thread was ended that may
+     * have been changing it.
      */
     ~CSession();
     CSession(const CSession&) = delete;
