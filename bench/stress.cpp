@@ -172,7 +172,7 @@ void ExitStuckChild(int round)
     static Library lib;
     static std::atomic<bool> stuck{false};
     WriteFirstMessage(lib);
-    std::size_t (*const write)(const void*, std::size_t, std::size_t, std::FILE*) = [](auto...) {
+    decltype(&std::fwrite) const write = [](auto...) {
         for (stuck = true;;)
             ::Sleep(INFINITE);
         return std::size_t{0};

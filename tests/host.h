@@ -189,7 +189,6 @@ inline bool ReplaceImport(HMODULE module, const std::string& name, void* replace
 /** From now on the module's writes through the C runtime fail as they do when the disk is full. */
 inline bool FillDisk(HMODULE module)
 {
-    std::size_t (*const writeNothing)(const void*, std::size_t, std::size_t, std::FILE*) =
-        [](const void*, std::size_t, std::size_t, std::FILE*) { return std::size_t{0}; };
+    decltype(&std::fwrite) const writeNothing = [](auto...) { return std::size_t{0}; };
     return ReplaceImport(module, "fwrite", reinterpret_cast<void*>(writeNothing));
 }

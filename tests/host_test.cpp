@@ -308,4 +308,16 @@ TEST_F(HostTest, RetentionDeletesWhatIsOlderThanTheLimit)
     }
 }
 
+TEST_F(HostTest, WithoutAThreadTheCleanUpIsOverWhenTheCallReturns)
+{
+    Load();
+    folder.AddExpiredFiles(3);
+    decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
+    ASSERT_TRUE(ReplaceImport(lib->module, "CreateThread", reinterpret_cast<void*>(refuse)));
+    lib->tarnexDeleteAuthHandle(&none);
+    EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
+    ::FreeLibrary(lib->module);
+    EXPECT_FALSE(Library::IsLoaded());
+}
+
 }  // namespace
