@@ -177,7 +177,7 @@ void ExitStuckChild(int round)
             ::Sleep(INFINITE);
         return std::size_t{0};
     };
-    Check(ReplaceImport(lib.module, "fwrite", reinterpret_cast<void*>(write)), "the log is not written by fwrite");
+    Check(ReplaceImport(lib.module, "fwrite", write), "the log is not written by fwrite");
     std::thread([] { WriteFirstMessage(lib); }).detach();
     Check(WaitUntil([] { return stuck.load(); }), "nothing was written");
     ::FlsSetValue(::FlsAlloc(CallDuringExit), &lib);

@@ -161,7 +161,8 @@ inline std::string Hex(TarnexAuthHandle handle)
 }
 
 /** Redirects the module's calls of a function that it imports; false when it does not import it. */
-inline bool ReplaceImport(HMODULE module, const std::string& name, void* replacement)
+template <typename Function>
+bool ReplaceImport(HMODULE module, const std::string& name, Function* replacement)
 {
     auto* const base = reinterpret_cast<std::byte*>(module);
     const auto at = [base](auto offset, auto* type) { return reinterpret_cast<decltype(type)>(base + offset); };
@@ -179,7 +180,7 @@ inline bool ReplaceImport(HMODULE module, const std::string& name, void* replace
                 continue;
             DWORD protection = 0;
             ::VirtualProtect(slots, sizeof *slots, PAGE_READWRITE, &protection);
-            *slots = replacement;
+            *slots = reinterpret_cast<void*>(replacement);
             return true;
         }
     }
@@ -190,5 +191,5 @@ inline bool ReplaceImport(HMODULE module, const std::string& name, void* replace
 inline bool FillDisk(HMODULE module)
 {
     decltype(&std::fwrite) const writeNothing = [](auto...) { return std::size_t{0}; };
-    return ReplaceImport(module, "fwrite", reinterpret_cast<void*>(writeNothing));
+    return ReplaceImport(module, "fwrite", writeNothing);
 }

@@ -203,21 +203,18 @@ TEST_F(HostTest, LogNameGoesIntoTheFileNameUntilTheLogExists)
                      "[W] SetLogName() was called after log file was created"}));
 }
 
-HANDLE WINAPI RefuseToCreate(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)
-{
-    ::SetLastError(ERROR_ACCESS_DENIED);
-    return INVALID_HANDLE_VALUE;
-}
-
 TEST_F(HostTest, WithoutALogFileEveryCallStillAnswersTheSame)
 {
     Load(L"T");
-    const auto real = reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "CreateFileW"));
-    ASSERT_TRUE(ReplaceImport(lib->module, "CreateFileW", reinterpret_cast<void*>(&RefuseToCreate)));
+    decltype(&::CreateFileW) const refuse = [](auto...) -> HANDLE {
+        ::SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    };
+    ASSERT_TRUE(ReplaceImport(lib->module, "CreateFileW", refuse));
     TarnexAuthHandle handle = nullptr;
     EXPECT_EQ(lib->tarnexSetLogName("x"), 7u);
     EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
-    ASSERT_TRUE(ReplaceImport(lib->module, "CreateFileW", real));  // too late: creation is not tried again
+    ASSERT_TRUE(ReplaceImport(lib->module, "CreateFileW", &::CreateFileW));  // too late: creation is not tried again
     EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
     EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 14u);
     EXPECT_EQ(lib->tarnexSetAuthParams(&handle, "k", "v"), 0u);
@@ -313,7 +310,7 @@ TEST_F(HostTest, WithoutAThreadTheCleanUpIsOverWhenTheCallReturns)
     Load();
     folder.AddExpiredFiles(3);
     decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
-    ASSERT_TRUE(ReplaceImport(lib->module, "CreateThread", reinterpret_cast<void*>(refuse)));
+    ASSERT_TRUE(ReplaceImport(lib->module, "CreateThread", refuse));
     lib->tarnexDeleteAuthHandle(&none);
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
     ::FreeLibrary(lib->module);

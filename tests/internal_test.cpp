@@ -189,17 +189,13 @@ int FailEachAllocation(const std::function<void()>& work)
     }
 }
 
-HANDLE WINAPI RefuseToCreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD)
-{
-    return nullptr;
-}
-
 TEST_F(InternalTest, AnAllocationThatFailsLeavesTheCallAndNothingElse)
 {
     // Without a thread the retention pass runs here, and nobody else allocates.
     const HMODULE program = ::GetModuleHandleW(nullptr);
-    const auto real = reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "CreateThread"));
-    ASSERT_TRUE(ReplaceImport(program, "CreateThread", reinterpret_cast<void*>(&RefuseToCreateThread)));
+    const FARPROC real = ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "CreateThread");
+    decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
+    ASSERT_TRUE(ReplaceImport(program, "CreateThread", refuse));
     const std::string longText(300, 'x');
     TarnexAuthHandle h = nullptr;
     // The first message, until the logger exists.
