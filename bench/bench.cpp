@@ -136,32 +136,29 @@ void BenchGrowth(const Calls& library)
         for (TarnexAuthHandle& handle : all)
             library.create(&handle);
         BareContainers containers(handles);
+        const auto setOurs = [&](int i, const char* key) {
+            library.set(&all[static_cast<std::size_t>(i)], key, kValue);
+        };
+        const auto setBare = [&](int i, const char* key) { containers.Set(i, key, kValue); };
         for (int i = 0; i < handles; ++i) {  // every parameter exists before the clock runs
             for (const char* key : kKeys) {
-                library.set(&all[static_cast<std::size_t>(i)], key, kValue);
-                containers.Set(i, key, kValue);
+                setOurs(i, key);
+                setBare(i, key);
             }
         }
         std::mt19937 random(1);
         std::vector<int> order(kCount);
         for (int& index : order)
             index = static_cast<int>(random() % static_cast<unsigned>(handles));
+        const auto time = [&order](const auto& set) {
+            return Time([&] {
+                       for (const int i : order)
+                           set(i, kKeys[i & 1]);
+                   }) /
+                   kCount;
+        };
         const auto [first, second] = Alternate(
-            5,
-            [&] {
-                return Time([&] {
-                           for (const int i : order)
-                               library.set(&all[static_cast<std::size_t>(i)], kKeys[i & 1], kValue);
-                       }) /
-                       kCount;
-            },
-            [&] {
-                return Time([&] {
-                           for (const int i : order)
-                               containers.Set(i, kKeys[i & 1], kValue);
-                       }) /
-                       kCount;
-            });
+            5, [&] { return time(setOurs); }, [&] { return time(setBare); });
         ours.push_back(first);
         bare.push_back(second);
         const std::string work = "4 row 1 among " + std::to_string(handles) + " handles; bare containers";

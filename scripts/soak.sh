@@ -4,8 +4,9 @@
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 # What is counted: processes, rounds, calls, names or, for mixed and the disk moments, seconds.
-moments=(exit-busy:200 exit-stuck:50 exit-idle:200 first-at-unload:200 first-message:200 level-race:200 unload-during-pass:200
-    reload:3000 model:1000000 names:10000 mixed:20 disk-full:5 folder-removed:5 allocation-fails:1)
+moments=(exit-busy:200 exit-stuck:50 exit-idle:200 first-at-unload:200 first-message:200 level-race:200
+    unload-during-pass:200 reload:3000 model:1000000 names:10000 mixed:20 disk-full:5 folder-removed:5
+    allocation-fails:1)
 
 # Every failure goes to the log, the first one into the table as well.
 stress() { scripts/wine.sh build/mingw/bin/stress.exe "$@" 2>>build/soak.log; }

@@ -110,7 +110,7 @@ struct LogFolder
         fs::last_write_time(path / name, fs::file_time_type::clock::now() - std::chrono::hours(hoursAgo));
     }
 
-    /** So many log files that the next retention pass deletes. */
+    /** So many log files that the next retention pass deletes; by the thousand, for which AddFile is too slow. */
     void AddExpiredFiles(int count) const
     {
         const FILETIME longAgo = {0, 0x01D00000};

@@ -59,7 +59,7 @@ void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Ar
 /** Gives the logger the level that g_LogLevel holds when the call returns. Takes no lock. */
 void ApplyLogLevel(spdlog::logger& logger) noexcept;
 
-/** Writes what the logger has buffered to the file. */
+/** Writes what the logger has buffered to the file; the logger reports errors itself. Takes g_WriteMutex. */
 void FlushLogger(spdlog::logger& logger) noexcept;
 
 /** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
