@@ -1,25 +1,22 @@
 #pragma once
 
-#include <spdlog/logger.h>
-
 #include <atomic>
 #include <memory>
 #include <string>
 
+#include "logging/Writer.h"
 #include "platform/Abandonable.h"
 #include "platform/Mutex.h"
+
+#ifdef SPDLOG_USE_STD_FORMAT
+#error "The log needs fmt: install an spdlog that is configured to use fmt, not std::format."
+#endif
 
 // The library's one logger and the rule by which every layer writes a message. The objects with destructors
 // are defined in session/ProcessState.cpp, which settles the order in which they come and go.
 
 /** Guards the creation of the logger and its file. Taken after the session's and a handle's lock. */
 extern CMutex g_LoggerMutex;
-
-/**
- * Held while the logger writes a line or flushes. Guards the log file's buffer and spdlog's error handler, which
- * runs outside of a sink's own lock and has one that process exit could leave locked. Innermost of all locks.
- */
-extern CMutex g_WriteMutex;
 
 /** Path of the log file; empty until a file has been made. Guarded by g_LoggerMutex. */
 extern CAbandonable<std::wstring> g_LogFilePath;
@@ -52,21 +49,24 @@ void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt:
 template <typename... Args>
 void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Args&&... args)
 {
-    if (level >= g_LogFilter.load(std::memory_order_relaxed))
-        WriteMessage(level, format, fmt::make_format_args(args...));
+    if (level < g_LogFilter.load(std::memory_order_relaxed))
+        return;
+#if FMT_VERSION >= 100000
+    const fmt::string_view text = format.get();
+#else
+    const fmt::string_view text = format;
+#endif
+    WriteMessage(level, text, fmt::make_format_args(args...));
 }
 
 /** Gives the logger the level that g_LogLevel holds when the call returns. Takes no lock. */
 void ApplyLogLevel(spdlog::logger& logger) noexcept;
-
-/** Writes what the logger has buffered to the file; the logger reports errors itself. Takes g_WriteMutex. */
-void FlushLogger(spdlog::logger& logger) noexcept;
 
 /** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
 spdlog::level::level_enum GetLogLevelFromEnv();
 
 /**
  * To be called first thing at unload or process exit, while all objects of the library still exist. From then
- * on a first message starts no thread, and a log that process exit caught in mid-change is left alone.
+ * on a first message starts no thread, and what process exit left half-written in the log's buffer is dropped.
  */
 void BeginUnload() noexcept;

@@ -14,8 +14,8 @@ class CMutex
 {
 public:
     /**
-     * Waits for the lock. Throws std::system_error (resource_deadlock_would_occur) instead of waiting for a
-     * thread that process exit has ended, and std::bad_alloc where the mutex itself needs memory.
+     * Waits for the lock. Throws std::system_error when the lock fails, or instead of waiting for a thread that
+     * process exit has ended (resource_deadlock_would_occur).
      */
     void lock();
     void unlock() { m_Mutex->unlock(); }

@@ -38,16 +38,13 @@ bool IsProcessEnding() noexcept
     return ::RtlDllShutdownInProgress() != FALSE;
 }
 
-bool StartModuleThread(void (*task)() noexcept) noexcept
+void StartModuleThread(void (*task)() noexcept) noexcept
 {
     const HMODULE module = GetThisModule(0);
     if (module == nullptr)
-        return false;
-    const HANDLE thread = ::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr);
-    if (thread == nullptr) {
+        return;
+    if (const HANDLE thread = ::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr))
+        CloseFile(thread);
+    else
         ::FreeLibrary(module);
-        return false;
-    }
-    CloseFile(thread);
-    return true;
 }

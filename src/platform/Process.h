@@ -13,7 +13,7 @@ bool IsProcessEnding() noexcept;
 
 /**
  * Runs the task on a thread of its own that keeps this module loaded until the task has returned, so that the
- * host may unload the library meanwhile. Must not be called once the module is being unloaded. False when the
- * thread could not be started.
+ * host may unload the library meanwhile; does nothing when no thread can be started. Must not be called once the
+ * module is being unloaded.
  */
-bool StartModuleThread(void (*task)() noexcept) noexcept;
+void StartModuleThread(void (*task)() noexcept) noexcept;

@@ -24,6 +24,13 @@ private:
 };
 
 void CloseFile(void* handle) noexcept;
+
+/**
+ * Closes the file and puts an open handle that swallows everything in its place, under the same number: whoever
+ * goes on to write to the handle writes nowhere, and not to a file that would have been given its number. For the
+ * end of a process only, when no other thread is left.
+ */
+void RedirectToNothing(void* handle) noexcept;
 void CloseSearch(void* handle) noexcept;
 
 using CFileHandle = CScopedHandle<CloseFile>;

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <spdlog/common.h>
+#include <spdlog/fwd.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/Mutex.h"
+
+// How lines get into the log file: the one room that knows the inside of a logger and of its sink.
+
+/**
+ * Held while a line is written or the log is flushed. Guards the file's buffer and spdlog's error handler, which
+ * runs outside of a sink's own lock and has one that process exit could leave locked. Innermost of all locks.
+ */
+extern CMutex g_WriteMutex;
+
+/**
+ * A logger for the file, which exists and is appended to, at this level; lines at err and critical flush it. One
+ * that is to live until unload only is not registered. The caller holds g_LoggerMutex. Throws spdlog::spdlog_ex
+ * when the file cannot be opened or a logger has been registered before.
+ */
+std::shared_ptr<spdlog::logger> OpenLogger(const std::wstring& path, spdlog::level::level_enum level, bool registered);
+
+/** Lets lines of this level and above through. Takes no lock. */
+void SetLoggerLevel(spdlog::logger& logger, spdlog::level::level_enum level) noexcept;
+
+/** Formats and writes a message that the level lets through; whatever goes wrong costs that message only. */
+void WriteLine(spdlog::logger& logger, spdlog::level::level_enum level, fmt::string_view format,
+               fmt::format_args args) noexcept;
+
+/** Writes what is buffered to the file; the logger reports errors itself. */
+void FlushLogger(spdlog::logger& logger) noexcept;
+
+/**
+ * To be called when process exit has begun. If that ended a thread in the middle of writing, what is buffered goes
+ * nowhere from now on: the C runtime still flushes every stream, and the buffer may be in the file already.
+ */
+void DropTornBuffer() noexcept;
