@@ -6,14 +6,17 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <regex>
+#include <map>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -31,9 +34,38 @@ inline bool WaitUntil(const std::function<bool()>& condition, int seconds = 30)
     return true;
 }
 
+/** Runs the work on so many threads at once, which start together and are given their number. */
+inline void RunThreads(int count, const std::function<void(int)>& work)
+{
+    std::atomic<int> waiting{count};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < count; ++number)
+        threads.emplace_back([&, number] {
+            for (--waiting; waiting > 0;)
+                std::this_thread::yield();
+            work(number);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 inline void SetEnv(const wchar_t* name, const std::wstring& value)
 {
     ::_wputenv((std::wstring(name) + L"=" + value).c_str());
+}
+
+inline std::string ProcessId()
+{
+    return std::to_string(static_cast<int>(::GetCurrentProcessId()));
+}
+
+inline FILETIME SecondsAgo(int seconds)
+{
+    FILETIME now;
+    ::GetSystemTimeAsFileTime(&now);
+    const LONGLONG time =
+        (static_cast<LONGLONG>(now.dwHighDateTime) << 32 | now.dwLowDateTime) - seconds * 10'000'000LL;
+    return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
 }
 
 /** The finished DLL, loaded the way a host loads it. */
@@ -58,6 +90,34 @@ struct Library
     TARNEX_FIND(tarnexFlushLog);
 #undef TARNEX_FIND
 
+    /** Handle variables with names of one letter. */
+    std::map<char, TarnexAuthHandle> variables;
+
+    /**
+     * Makes calls given as words and returns their results: "+a" creates a handle in the variable a and "-a" deletes
+     * it, "a.k=v" sets a parameter and "a.k" removes it, "@3" sets the log's level, "#x" its name, "!" flushes it.
+     */
+    std::string Play(const std::string& calls)
+    {
+        std::string word, results;
+        for (std::istringstream words(calls); words >> word;) {
+            const std::string rest = word.substr(1), key = rest.substr(rest.find('.') + 1);
+            const std::size_t equals = key.find('=');
+            TarnexAuthHandle* const variable = &variables[word.find_first_of("+-") == 0 ? rest[0] : word[0]];
+            const TarnexResult result =
+                word[0] == '+'   ? tarnexCreateAuthHandle(variable)
+                : word[0] == '-' ? tarnexDeleteAuthHandle(variable)
+                : word[0] == '@' ? tarnexSetLogLevel(static_cast<uint32_t>(std::stoll(rest)))
+                : word[0] == '#' ? tarnexSetLogName(rest.c_str())
+                : word[0] == '!' ? tarnexFlushLog()
+                : equals == std::string::npos
+                    ? tarnexRemoveAuthParams(variable, key.c_str())
+                    : tarnexSetAuthParams(variable, key.substr(0, equals).c_str(), key.substr(equals + 1).c_str());
+            results += (results.empty() ? "" : " ") + std::to_string(result);
+        }
+        return results;
+    }
+
     static bool IsLoaded()
     {
         return ::GetModuleHandleW(L"Tarnex_3.dll") != nullptr;
@@ -74,10 +134,9 @@ struct Library
 /** A new folder for log files, in force for libraries loaded afterwards; removed at the end. */
 struct LogFolder
 {
-    fs::path path;
+    fs::path path = fs::temp_directory_path() / ("tarnex-" + ProcessId());
 
-    explicit LogFolder(const std::string& name)
-        : path(fs::temp_directory_path() / ("tarnex-" + name + "-" + std::to_string(::GetCurrentProcessId())))
+    LogFolder()
     {
         fs::remove_all(path);
         fs::create_directories(path);
@@ -92,39 +151,38 @@ struct LogFolder
     /** The names in the folder in UTF-8, sorted, with this process's id shown as PID. */
     Lines Files() const
     {
-        const std::regex id("-" + std::to_string(static_cast<int>(::GetCurrentProcessId())) + "\\b");
         Lines names;
         for (const auto& entry : fs::directory_iterator(path)) {
             const std::u8string utf8 = entry.path().filename().u8string();
-            const std::string name(utf8.begin(), utf8.end());
-            names.push_back(std::regex_replace(name, id, "-PID"));
+            std::string name(utf8.begin(), utf8.end());
+            for (const char* end : {".", "-"})
+                if (const auto at = name.find("-" + ProcessId() + end); at != std::string::npos)
+                    name.replace(at + 1, ProcessId().size(), "PID");
+            names.push_back(std::move(name));
         }
         std::sort(names.begin(), names.end());
         return names;
     }
 
-    /** A file with something in it, last written so many hours ago. */
-    void AddFile(const std::string& name, int hoursAgo = 0) const
+    /** An empty file, last written so many minutes ago. */
+    void AddFile(const std::string& name, int minutesAgo = 0) const
     {
-        std::ofstream(path / name) << "x";
-        fs::last_write_time(path / name, fs::file_time_type::clock::now() - std::chrono::hours(hoursAgo));
+        const FILETIME written = SecondsAgo(minutesAgo * 60);
+        const HANDLE file = ::CreateFileW((path / name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        ::SetFileTime(file, nullptr, nullptr, &written);
+        ::CloseHandle(file);
     }
 
-    /** So many log files that the next retention pass deletes; by the thousand, for which AddFile is too slow. */
+    /** So many log files that the next retention pass deletes. */
     void AddExpiredFiles(int count) const
     {
-        const FILETIME longAgo = {0, 0x01D00000};
-        for (int i = 0; i < count; ++i) {
-            const fs::path file = path / ("Tarnex-" + std::to_string(i) + "-old.log");
-            const HANDLE handle = ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-            ::SetFileTime(handle, nullptr, nullptr, &longAgo);
-            ::CloseHandle(handle);
-        }
+        for (int i = 0; i < count; ++i)
+            AddFile("Tarnex-" + std::to_string(i) + "-old.log", 100'000);
     }
 
     fs::path LogPath(const std::string& custom = "") const
     {
-        return path / ("Tarnex" + custom + "-" + std::to_string(::GetCurrentProcessId()) + ".log");
+        return path / ("Tarnex" + custom + "-" + ProcessId() + ".log");
     }
 };
 
@@ -155,41 +213,14 @@ inline Lines ReadLog(const fs::path& path)
 inline std::string Hex(TarnexAuthHandle handle)
 {
     char text[32];
-    std::snprintf(text, sizeof text, "0x%llx",
-                  static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(handle)));
+    std::snprintf(text, sizeof text, "0x%llx", reinterpret_cast<unsigned long long>(handle));
     return text;
 }
 
-/** Redirects the module's calls of a function that it imports; false when it does not import it. */
-template <typename Function>
-bool ReplaceImport(HMODULE module, const std::string& name, Function* replacement)
+/** What the log begins with when the first message is about a handle that is null. */
+inline Lines FirstMessage(const std::string& level)
 {
-    auto* const base = reinterpret_cast<std::byte*>(module);
-    const auto at = [base](auto offset, auto* type) { return reinterpret_cast<decltype(type)>(base + offset); };
-    const auto* dos = at(0, static_cast<IMAGE_DOS_HEADER*>(nullptr));
-    const auto& directories =
-        at(dos->e_lfanew, static_cast<IMAGE_NT_HEADERS64*>(nullptr))->OptionalHeader.DataDirectory;
-    auto* import =
-        at(directories[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress, static_cast<IMAGE_IMPORT_DESCRIPTOR*>(nullptr));
-    for (; import->Name != 0; ++import) {
-        const auto* names = at(import->OriginalFirstThunk, static_cast<IMAGE_THUNK_DATA64*>(nullptr));
-        auto* slots = at(import->FirstThunk, static_cast<void**>(nullptr));
-        for (; names->u1.AddressOfData != 0; ++names, ++slots) {
-            if (IMAGE_SNAP_BY_ORDINAL64(names->u1.Ordinal) ||
-                name != at(names->u1.AddressOfData, static_cast<IMAGE_IMPORT_BY_NAME*>(nullptr))->Name)
-                continue;
-            DWORD protection = 0;
-            ::VirtualProtect(slots, sizeof *slots, PAGE_READWRITE, &protection);
-            *slots = reinterpret_cast<void*>(replacement);
-            return true;
-        }
-    }
-    return false;
+    return {"[O] Created Tarnex Logger level [" + level + "]", "[E] CreateAuthHandle() hAuth=[0x0] was not found"};
 }
 
-/** From now on the module's writes through the C runtime fail as they do when the disk is full. */
-inline bool FillDisk(HMODULE module)
-{
-    decltype(&std::fwrite) const writeNothing = [](auto...) { return std::size_t{0}; };
-    return ReplaceImport(module, "fwrite", writeNothing);
-}
+inline const std::string kLeftBehind = "[D] ~CSession() for (auto h : m_Handles)";

@@ -1,11 +1,12 @@
 // The finished DLL, used through its exports as an application uses it, and the log file it writes.
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <optional>
 #include <stdexcept>
-#include <thread>
 
 #include "host.h"
+#include "image.h"
 
 namespace {
 
@@ -21,81 +22,72 @@ protected:
         ASSERT_NE(lib->module, nullptr);
     }
 
-    /** Ends the log by unloading the library, and reads it. */
+    /** Ends the log by unloading the library, reads it, and removes it. */
     Lines EndLog(const std::string& custom = "")
     {
         EXPECT_TRUE(lib->Unload());
-        return ReadLog(folder.LogPath(custom));
+        const Lines lines = ReadLog(folder.LogPath(custom));
+        fs::remove(folder.LogPath(custom));
+        return lines;
     }
 
-    LogFolder folder{"host"};
+    LogFolder folder;
     std::optional<Library> lib;
-    TarnexAuthHandle none = nullptr;
 };
 
-TEST_F(HostTest, VersionIsOneConstantTextAndTouchesNothing)
+TEST_F(HostTest, TheDllExportsEightNamesAndNeedsWindowsAlone)
 {
     Load();
-    const char *first = nullptr, *second = nullptr;
-    EXPECT_EQ(lib->tarnexGetAPIVersion(&first), 0u);
-    EXPECT_EQ(lib->tarnexGetAPIVersion(&second), 0u);
-    EXPECT_STREQ(first, "3.1.1.43");
-    EXPECT_EQ(first, second);
-    EXPECT_TRUE(lib->Unload());
-    EXPECT_EQ(folder.Files(), Lines{});
+    const auto* table = At<IMAGE_EXPORT_DIRECTORY>(lib->module, Header(lib->module).DataDirectory[0].VirtualAddress);
+    Lines exports;
+    for (DWORD i = 0; i < table->NumberOfNames; ++i)
+        exports.emplace_back(At<char>(lib->module, At<DWORD>(lib->module, table->AddressOfNames)[i]));
+    EXPECT_EQ(exports, (Lines{"tarnexCreateAuthHandle_3", "tarnexDeleteAuthHandle_3", "tarnexFlushLog_3",
+                              "tarnexGetAPIVersion_3", "tarnexRemoveAuthParams_3", "tarnexSetAuthParams_3",
+                              "tarnexSetLogLevel_3", "tarnexSetLogName_3"}));
+    ForEachImport(lib->module, [](const std::string& dll, const std::string& name, void**) {
+        const Lines windows = {"KERNEL32.dll", "SHELL32.dll", "SHLWAPI.dll", "msvcrt.dll", "ntdll.dll"};
+        const bool known = std::count(windows.begin(), windows.end(), dll) == 1;
+        EXPECT_TRUE(known || dll.rfind("api-ms-win-crt-", 0) == 0) << dll << " for " << name;
+    });
+    constexpr int kHardened = IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA | IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE |
+                              IMAGE_DLLCHARACTERISTICS_NX_COMPAT;
+    EXPECT_EQ(Header(lib->module).DllCharacteristics & kHardened, kHardened);
+    // The numbers of the version follow a header of 40 bytes.
+    const HRSRC version = ::FindResourceW(lib->module, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
+    ASSERT_NE(version, nullptr);
+    const auto* numbers = static_cast<const DWORD*>(::LockResource(::LoadResource(lib->module, version))) + 10;
+    EXPECT_EQ((std::vector<DWORD>{numbers[2], numbers[3], numbers[4], numbers[5]}),
+              (std::vector<DWORD>{0x00030001, 0x0001002B, 0x00030001, 0x0001002B}));
 }
 
 TEST_F(HostTest, HandlesLiveUntilDeletedAndStaleOnesAreRefused)
 {
     Load(L"T");
-    auto garbage = reinterpret_cast<TarnexAuthHandle>(0xDEADBEEF);
-    TarnexAuthHandle a = garbage, b = nullptr;
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&a), 0u);
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&b), 0u);
-    EXPECT_NE(a, b);
-    const TarnexAuthHandle live = a;
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&a), 14u);
-    EXPECT_EQ(a, live);
-    EXPECT_EQ(lib->tarnexSetAuthParams(&a, "k", "1"), 0u);
-    EXPECT_EQ(lib->tarnexSetAuthParams(&a, "", ""), 0u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(&a, "K"), 16u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(&b, "k"), 16u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(&a, "k"), 0u);
-    TarnexAuthHandle stale = a;
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&a), 0u);
-    EXPECT_EQ(a, nullptr);
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&a), 13u);
-    EXPECT_EQ(lib->tarnexSetAuthParams(&stale, "k", "2"), 13u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(&stale, "k"), 13u);
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&garbage), 13u);
-    EXPECT_EQ(stale, live);
-    const std::string gone = Hex(live);
-    EXPECT_EQ(EndLog(),
-              (Lines{"[O] Created Tarnex Logger level [trace]",
-                     "[E] CreateAuthHandle() hAuth=[" + gone + "] was already created",
-                     "[T] SetAuthParam() called with key=[k], value=[1]",
-                     "[D] SetAuthParam(): parameter key=[k] is set to value=[1]",
-                     "[T] SetAuthParam() called with key=[], value=[]",
-                     "[D] SetAuthParam(): parameter key=[] is set to value=[]",
-                     "[T] RemoveAuthParam() called with key=[K]", "[D] RemoveAuthParam() key=[K] was not found",
-                     "[T] RemoveAuthParam() called with key=[k]", "[D] RemoveAuthParam() key=[k] was not found",
-                     "[T] RemoveAuthParam() called with key=[k]", "[I] RemoveAuthParam() parameter key=[k] was removed",
-                     "[E] CreateAuthHandle() hAuth=[0x0] was not found",
-                     "[E] SetAuthParam() hAuth=[" + gone + "] was not found",
-                     "[E] RemoveAuthParam() hAuth=[" + gone + "] was not found",
-                     "[E] CreateAuthHandle() hAuth=[0xdeadbeef] was not found",
-                     "[D] ~CSession() for (auto h : m_Handles)",  // b was left behind
-                     "[T] Logger Flush() was called"}));
-}
-
-TEST_F(HostTest, NullStringsAreRefusedBeforeAnythingIsRead)
-{
-    Load(L"T");
-    EXPECT_EQ(lib->tarnexSetAuthParams(nullptr, nullptr, "v"), 7u);
-    EXPECT_EQ(lib->tarnexSetAuthParams(nullptr, "k", nullptr), 7u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(nullptr, nullptr), 7u);
-    EXPECT_TRUE(lib->Unload());
-    EXPECT_EQ(folder.Files(), Lines{});
+    auto& v = lib->variables;
+    v['a'] = v['g'] = reinterpret_cast<TarnexAuthHandle>(0xDEADBEEF);
+    EXPECT_EQ(lib->Play("+a +b"), "0 0");
+    EXPECT_NE(v['a'], v['b']);
+    const TarnexAuthHandle live = v['s'] = v['a'];
+    EXPECT_EQ(lib->Play("+a a.k=1 a.= a.K b.k a.k"), "14 0 0 16 16 0");
+    EXPECT_EQ(v['a'], live);
+    EXPECT_EQ(lib->Play("-a -a s.k=2 s.k -g"), "0 13 13 13 13");
+    EXPECT_EQ(v['a'], nullptr);
+    EXPECT_EQ(v['s'], live);
+    const std::string gone = "hAuth=[" + Hex(live) + "]";
+    EXPECT_EQ(
+        EndLog(),
+        (Lines{
+            "[O] Created Tarnex Logger level [trace]", "[E] CreateAuthHandle() " + gone + " was already created",
+            "[T] SetAuthParam() called with key=[k], value=[1]",
+            "[D] SetAuthParam(): parameter key=[k] is set to value=[1]",
+            "[T] SetAuthParam() called with key=[], value=[]",
+            "[D] SetAuthParam(): parameter key=[] is set to value=[]", "[T] RemoveAuthParam() called with key=[K]",
+            "[D] RemoveAuthParam() key=[K] was not found", "[T] RemoveAuthParam() called with key=[k]",
+            "[D] RemoveAuthParam() key=[k] was not found", "[T] RemoveAuthParam() called with key=[k]",
+            "[I] RemoveAuthParam() parameter key=[k] was removed", "[E] CreateAuthHandle() hAuth=[0x0] was not found",
+            "[E] SetAuthParam() " + gone + " was not found", "[E] RemoveAuthParam() " + gone + " was not found",
+            "[E] CreateAuthHandle() hAuth=[0xdeadbeef] was not found", kLeftBehind, "[T] Logger Flush() was called"}));
 }
 
 TEST_F(HostTest, KeysAndValuesMayBeAnyBytesOfAnyLength)
@@ -105,102 +97,88 @@ TEST_F(HostTest, KeysAndValuesMayBeAnyBytesOfAnyLength)
     for (int byte = 1; byte < 256; ++byte)
         bytes += byte == '\r' ? ' ' : static_cast<char>(byte);  // ReadLog takes CR LF for the end of a line
     const std::string huge(1 << 20, 'x');
-    TarnexAuthHandle handle = nullptr;
-    ASSERT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
-    EXPECT_EQ(lib->tarnexSetAuthParams(&handle, bytes.c_str(), huge.c_str()), 0u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(&handle, bytes.c_str()), 0u);
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&handle), 0u);
+    EXPECT_EQ(lib->Play("+a"), "0");
+    EXPECT_EQ(lib->tarnexSetAuthParams(&lib->variables['a'], bytes.c_str(), huge.c_str()), 0u);
+    EXPECT_EQ(lib->tarnexRemoveAuthParams(&lib->variables['a'], bytes.c_str()), 0u);
     EXPECT_EQ(EndLog(), (Lines{"[O] Created Tarnex Logger level [debug]",
                                "[D] SetAuthParam(): parameter key=[" + bytes + "] is set to value=[" + huge + "]",
-                               "[I] RemoveAuthParam() parameter key=[" + bytes + "] was removed"}));
+                               "[I] RemoveAuthParam() parameter key=[" + bytes + "] was removed", kLeftBehind}));
 }
 
-TEST_F(HostTest, LevelComesFromTheFirstLetterOfTheEnvironment)
+TEST_F(HostTest, TheLevelComesFromTheHostOrElseFromTheEnvironment)
 {
-    const std::pair<const wchar_t*, const char*> cases[] = {
-        {L"", "error"},    {L"TRACE", "trace"},   {L"Debug", "debug"},    {L"debug", "error"},
-        {L"Info", "info"}, {L"W", "warning"},     {L"Wobble", "warning"}, {L"3", "error"},
-        {L"E", "error"},   {L"Crit", "critical"}, {L"OFF", "off"},        {L" T", "error"}};
-    for (const auto& [value, name] : cases) {
-        Load(value);
-        lib->tarnexDeleteAuthHandle(&none);
-        const std::string created = std::string("[O] Created Tarnex Logger level [") + name + "]";
-        EXPECT_EQ(EndLog().at(0), created);
-        fs::remove(folder.LogPath());
+    const std::tuple<const wchar_t*, const char*, const char*> cases[] = {
+        // environment, call before the first message, level
+        {L"", "", "error"},    {L"TRACE", "", "trace"},  {L"Debug", "", "debug"},    {L"debug", "", "error"},
+        {L"Info", "", "info"}, {L"W", "", "warning"},    {L"Wobble", "", "warning"}, {L"3", "", "error"},
+        {L"E", "", "error"},   {L"C", "", "critical"},   {L"OFF", "", "off"},        {L" T", "", "error"},
+        {L"W", "@0", "trace"}, {L"W", "@1", "debug"},    {L"W", "@2", "info"},       {L"T", "@3", "warning"},
+        {L"T", "@4", "error"}, {L"T", "@5", "critical"}, {L"T", "@6", "off"}};
+    for (const auto& [environment, call, name] : cases) {
+        Load(environment);
+        lib->Play(call);
+        EXPECT_EQ(folder.Files(), Lines{});  // a valid level makes no log
+        EXPECT_EQ(lib->Play("-0"), "13");
+        EXPECT_EQ(EndLog().at(0), FirstMessage(name)[0]);
     }
 }
 
-TEST_F(HostTest, LevelIsSetBeforeAndAfterCreation)
+TEST_F(HostTest, TheLevelIsSetAndLinesAreBuffered)
 {
     Load(L"T");
-    EXPECT_EQ(lib->tarnexSetLogLevel(2), 0u);
-    EXPECT_EQ(folder.Files(), Lines{});  // a valid level makes no logger
-    EXPECT_EQ(lib->tarnexSetLogLevel(7), 7u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(4294967295u), 7u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(3), 0u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(6), 0u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(7), 7u);
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(0), 0u);
+    const auto written = [this] { return ReadLog(folder.LogPath()).size(); };
+    EXPECT_EQ(lib->Play("@2 @7 @4294967295"), "0 7 7");
+    EXPECT_EQ(written(), 1u);  // only the creation line was flushed
+    EXPECT_EQ(lib->Play("@3 -0"), "0 13");
+    EXPECT_EQ(written(), 5u);
+    EXPECT_EQ(lib->Play("@6 @7 -0 @0"), "0 7 13 0");
+    EXPECT_EQ(written(), 5u);
+    EXPECT_EQ(lib->Play("!"), "0");
+    EXPECT_EQ(written(), 8u);
     EXPECT_EQ(EndLog(),
               (Lines{"[O] Created Tarnex Logger level [info]", "[W] SetLogLevel() was called whith invalid level [7]",
                      "[W] SetLogLevel() was called whith invalid level [-1]", "[O] Logger level was set to [warning]",
-                     "[O] Logger level was set to [off]", "[O] Logger level was set to [trace]",
-                     "[T] Logger Flush() was called"}));
+                     FirstMessage("")[1], "[O] Logger level was set to [off]", "[O] Logger level was set to [trace]",
+                     "[T] Logger Flush() was called", "[T] Logger Flush() was called"}));
 }
 
-TEST_F(HostTest, FirstMessageCreatesTheLogEvenWhenItIsFilteredOut)
+TEST_F(HostTest, TheFirstMessageCreatesTheLogEvenWhenItIsFilteredOut)
 {
     Load();
-    TarnexAuthHandle handle = nullptr;
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
-    EXPECT_EQ(lib->tarnexFlushLog(), 40u);
+    const char *first = nullptr, *second = nullptr;
+    EXPECT_EQ(lib->tarnexGetAPIVersion(&first) + lib->tarnexGetAPIVersion(&second), 0u);
+    EXPECT_STREQ(first, "3.1.1.43");
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(lib->tarnexSetAuthParams(nullptr, nullptr, "v"), 7u);
+    EXPECT_EQ(lib->tarnexSetAuthParams(nullptr, "k", nullptr), 7u);
+    EXPECT_EQ(lib->tarnexRemoveAuthParams(nullptr, nullptr), 7u);
+    EXPECT_EQ(lib->Play("+a !"), "0 40");
     EXPECT_EQ(folder.Files(), Lines{});
-    EXPECT_EQ(lib->tarnexSetAuthParams(&handle, "k", "v"), 0u);
-    EXPECT_EQ(lib->tarnexFlushLog(), 0u);
-    EXPECT_EQ(EndLog(), Lines{"[O] Created Tarnex Logger level [error]"});
+    EXPECT_EQ(lib->Play("a.k=v !"), "0 0");
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
-}
-
-TEST_F(HostTest, BufferedLinesReachTheFileByErrorsAndFlushes)
-{
-    Load(L"T");
-    const auto read = [this] { return ReadLog(folder.LogPath()).size(); };
-    EXPECT_EQ(lib->tarnexSetLogLevel(9), 7u);
-    EXPECT_EQ(read(), 1u);  // only the creation line was flushed
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
-    EXPECT_EQ(read(), 3u);
-    EXPECT_EQ(lib->tarnexFlushLog(), 0u);
-    EXPECT_EQ(read(), 4u);
-    lib->Unload();
+    EXPECT_EQ(EndLog(), Lines{FirstMessage("error")[0]});
 }
 
 TEST_F(HostTest, LogNameGoesIntoTheFileNameUntilTheLogExists)
 {
     Load(L"W");
-    folder.AddFile("Tarnex-B-" + std::to_string(::GetCurrentProcessId()) + ".log");
-    folder.AddFile("Tarnex-B-" + std::to_string(::GetCurrentProcessId()) + "-1.log");
-    EXPECT_EQ(lib->tarnexSetLogName("\xC3\xA4\xF0\x9F\x98\x80"), 0u);
-    EXPECT_EQ(lib->tarnexSetLogName("no/such"), 7u);
-    EXPECT_EQ(lib->tarnexSetLogName("B"), 0u);
-    for (const char* malformed : {"\xC3", "\xE4x", "\xED\xA0\x80", "\xC0\x80", "\xF4\x90\x80\x80"}) {
+    folder.AddFile("Tarnex-B-" + ProcessId() + ".log");
+    EXPECT_EQ(lib->Play("#\xC3\xA4\xF0\x9F\x98\x80 #no/such #B"), "0 7 0");
+    for (const char* malformed : {"#\xC3", "#\xE4x", "#\xED\xA0\x80", "#\xC0\x80", "#\xF4\x90\x80\x80"}) {
         try {
-            lib->tarnexSetLogName(malformed);
-            ADD_FAILURE() << "accepted";
+            ADD_FAILURE() << lib->Play(malformed);
         } catch (const std::range_error& error) {
             EXPECT_STREQ(error.what(), "bad conversion");
         }
     }
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
-    EXPECT_EQ(lib->tarnexSetLogName("C"), 39u);
+    const fs::path written = folder.path / ("Tarnex-B-" + ProcessId() + "-1.log");
+    std::ofstream(written, std::ios::binary) << "2026-01-01 00:00:00.000 [O] before\r\n";
+    EXPECT_EQ(lib->Play("-0 #C"), "13 39");
     EXPECT_TRUE(lib->Unload());
-    EXPECT_EQ(folder.Files(), (Lines{"Tarnex-B-PID-1.log", "Tarnex-B-PID-2.log", "Tarnex-B-PID.log",
-                                     "Tarnex-\xC3\xA4\xF0\x9F\x98\x80-PID.log"}));
-    fs::path written = folder.LogPath("-B");
-    written.replace_filename(written.stem().string() + "-2.log");
-    EXPECT_EQ(ReadLog(written),
-              (Lines{"[O] Created Tarnex Logger level [warning]", "[E] CreateAuthHandle() hAuth=[0x0] was not found",
-                     "[W] SetLogName() was called after log file was created"}));
+    EXPECT_EQ(folder.Files(),
+              (Lines{"Tarnex-B-PID-1.log", "Tarnex-B-PID.log", "Tarnex-\xC3\xA4\xF0\x9F\x98\x80-PID.log"}));
+    EXPECT_EQ(ReadLog(written), (Lines{"[O] before", FirstMessage("warning")[0], FirstMessage("")[1],
+                                       "[W] SetLogName() was called after log file was created"}));
 }
 
 TEST_F(HostTest, WithoutALogFileEveryCallStillAnswersTheSame)
@@ -211,19 +189,11 @@ TEST_F(HostTest, WithoutALogFileEveryCallStillAnswersTheSame)
         return INVALID_HANDLE_VALUE;
     };
     ASSERT_TRUE(ReplaceImport(lib->module, "CreateFileW", refuse));
-    TarnexAuthHandle handle = nullptr;
-    EXPECT_EQ(lib->tarnexSetLogName("x"), 7u);
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
+    EXPECT_EQ(lib->Play("#x -0"), "7 13");
     ASSERT_TRUE(ReplaceImport(lib->module, "CreateFileW", &::CreateFileW));  // too late: creation is not tried again
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 14u);
-    EXPECT_EQ(lib->tarnexSetAuthParams(&handle, "k", "v"), 0u);
-    EXPECT_EQ(lib->tarnexRemoveAuthParams(&handle, "x"), 16u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(1), 0u);
-    EXPECT_EQ(lib->tarnexSetLogLevel(9), 7u);
-    EXPECT_EQ(lib->tarnexFlushLog(), 40u);
+    EXPECT_EQ(lib->Play("+a +a a.k=v a.x @1 @9 !"), "0 14 0 16 0 7 40");
     EXPECT_EQ(folder.Files(), Lines{});
-    EXPECT_EQ(lib->tarnexSetLogName("x"), 0u);  // makes a file that nothing will write
+    EXPECT_EQ(lib->Play("#x"), "0");  // makes a file that nothing will write
     EXPECT_TRUE(lib->Unload());
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-x-PID.log"});
 }
@@ -231,90 +201,112 @@ TEST_F(HostTest, WithoutALogFileEveryCallStillAnswersTheSame)
 TEST_F(HostTest, AFullDiskChangesNoResult)
 {
     Load(L"T");
-    EXPECT_EQ(lib->tarnexDeleteAuthHandle(&none), 13u);
-    ASSERT_TRUE(FillDisk(lib->module));
-    TarnexAuthHandle handle = nullptr;
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
-    EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 14u);
-    EXPECT_EQ(lib->tarnexSetAuthParams(&handle, "k", "v"), 0u);
-    EXPECT_EQ(lib->tarnexFlushLog(), 0u);
-    EXPECT_EQ(EndLog(),
-              (Lines{"[O] Created Tarnex Logger level [trace]", "[E] CreateAuthHandle() hAuth=[0x0] was not found"}));
+    EXPECT_EQ(lib->Play("-0"), "13");
+    ASSERT_TRUE(FillDisk());
+    EXPECT_EQ(lib->Play("+a +a a.k=v !"), "0 14 0 0");
+    EXPECT_EQ(EndLog(), FirstMessage("trace"));
 }
 
 TEST_F(HostTest, AnErrorWhileTheLogIsOpenedLeavesTheCallAndTheNextMessageTriesAgain)
 {
     for (const bool releasedInTime : {true, false}) {
         Load(L"D");
-        EXPECT_EQ(lib->tarnexSetLogName("x"), 0u);
-        TarnexAuthHandle handle = nullptr;
-        ASSERT_EQ(lib->tarnexCreateAuthHandle(&handle), 0u);
+        EXPECT_EQ(lib->Play("#x +a"), "0 0");
+        const TarnexAuthHandle before = lib->variables['a'];
         const HANDLE taken =
             ::CreateFileW(folder.LogPath("-x").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-        ASSERT_NE(taken, INVALID_HANDLE_VALUE);
-        const TarnexAuthHandle before = handle;
-        EXPECT_THROW(lib->tarnexCreateAuthHandle(&handle), std::exception);
-        EXPECT_EQ(handle, before);
-        Lines expected;
+        EXPECT_THROW(lib->Play("+a"), std::exception);
+        EXPECT_EQ(lib->variables['a'], before);
         if (releasedInTime) {
             ::CloseHandle(taken);
-            EXPECT_EQ(lib->tarnexCreateAuthHandle(&handle), 14u);
-            expected = {"[O] Created Tarnex Logger level [debug]",
-                        "[E] CreateAuthHandle() hAuth=[" + Hex(before) + "] was already created",
-                        "[D] ~CSession() for (auto h : m_Handles)"};
+            EXPECT_EQ(lib->Play("+a -0"), "14 13");
         }
         EXPECT_TRUE(lib->Unload());  // the handle left behind asks for the log once more
         if (!releasedInTime)
             ::CloseHandle(taken);
-        EXPECT_EQ(ReadLog(folder.LogPath("-x")), expected);
+        const Lines log = {FirstMessage("debug")[0],
+                           "[E] CreateAuthHandle() hAuth=[" + Hex(before) + "] was already created",
+                           FirstMessage("")[1], kLeftBehind};
+        EXPECT_EQ(ReadLog(folder.LogPath("-x")), releasedInTime ? log : Lines());
         fs::remove(folder.LogPath("-x"));
     }
 }
 
 TEST_F(HostTest, RetentionDeletesWhatIsOlderThanTheLimit)
 {
-    const std::tuple<const char*, int, bool> files[] = {
-        // name, age in hours, whether it is the library's
-        {"Tarnex-23h.log", 23, true}, {"Tarnex-25h.log", 25, true}, {"Tarnex50h.log", 50, true},
-        {"Tarnex-9.tmp", 30, true},   {"TarnexX.tmp", 99, false},   {"OtherTool.log", 99, false},
-        {"Tarnex-x.txt", 99, false},  {"Tarnex-dir.log", 99, false}};  // the last one is a folder
     const std::tuple<const wchar_t*, int, bool> cases[] = {
         // setting, hours that it stands for, whether malformed
         {L"", 24, false}, {L"48", 48, false}, {L" +48", 48, false},      {L"48h", 24, true},
         {L"0", 0, false}, {L"-1", -1, false}, {L"2147483648", 24, true}, {L"100", 100, false}};
+    fs::create_directory(folder.path / "Tarnex-dir.log");
     for (const auto& [setting, hours, malformed] : cases) {
-        fs::create_directory(folder.path / "Tarnex-dir.log");
-        Lines expected = {"Tarnex-PID.log"};
-        for (const auto& [name, age, ours] : files) {
-            if (!fs::is_directory(folder.path / name))
-                folder.AddFile(name, age);
-            if (!ours || age < hours)
-                expected.emplace_back(name);
+        for (const char* other : {"OtherTool.log", "Tarnex-x.txt", "TarnexX.tmp"})
+            folder.AddFile(other, 60'000);
+        for (const std::string name : {"-1.log", "50.log", "-9.tmp"}) {
+            folder.AddFile("Tarnex-young" + name, hours * 60 - 5);
+            folder.AddFile("Tarnex" + name, hours * 60 + 5);
         }
-        std::sort(expected.begin(), expected.end());
         Load(L"", setting);
-        lib->tarnexDeleteAuthHandle(&none);
-        Lines log = {"[O] Created Tarnex Logger level [error]", "[E] CreateAuthHandle() hAuth=[0x0] was not found"};
+        EXPECT_EQ(lib->Play("-0"), "13");
+        Lines log = FirstMessage("error");
         if (malformed)
             log.push_back("[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours");
         Lines written = EndLog();
         std::sort(written.begin() + 1, written.end(), std::greater<>());  // two threads wrote these
         EXPECT_EQ(written, log) << setting;
-        EXPECT_EQ(folder.Files(), expected) << setting;
-        fs::remove(folder.LogPath());
+        EXPECT_EQ(folder.Files(), (Lines{"OtherTool.log", "Tarnex-dir.log", "Tarnex-x.txt", "Tarnex-young-1.log",
+                                         "Tarnex-young-9.tmp", "Tarnex-young50.log", "TarnexX.tmp"}))
+            << setting;
     }
 }
 
-TEST_F(HostTest, WithoutAThreadTheCleanUpIsOverWhenTheCallReturns)
+TEST_F(HostTest, CreationStartsOneCleanUpAndDoesNotWaitForIt)
 {
-    Load();
-    folder.AddExpiredFiles(3);
-    decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
-    ASSERT_TRUE(ReplaceImport(lib->module, "CreateThread", refuse));
-    lib->tarnexDeleteAuthHandle(&none);
+    static int started;
+    static std::function<HANDLE()> start;
+    decltype(&::CreateThread) const hold = [](auto... arguments) -> HANDLE {
+        start = [=] { return ::CreateThread(arguments...); };
+        return ++started == 1 ? nullptr : ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    };
+    folder.AddExpiredFiles(1);
+    for (const bool refused : {true, false}) {
+        Load();
+        ASSERT_TRUE(ReplaceImport(lib->module, "CreateThread", hold));
+        EXPECT_EQ(lib->Play("-0 -0"), "13 13");
+        EXPECT_EQ(started, refused ? 1 : 2);
+        EXPECT_EQ(folder.Files(), (Lines{"Tarnex-0-old.log", "Tarnex-PID.log"}));
+        ::FreeLibrary(lib->module);
+        EXPECT_EQ(Library::IsLoaded(), !refused);  // the thread to come keeps the module
+        if (refused)
+            fs::remove(folder.LogPath());
+    }
+    const HANDLE thread = start();
+    EXPECT_TRUE(WaitUntil([] { return !Library::IsLoaded(); }));
+    ::CloseHandle(thread);
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
-    ::FreeLibrary(lib->module);
-    EXPECT_FALSE(Library::IsLoaded());
+}
+
+TEST_F(HostTest, LinesCarryTheLocalTime)
+{
+    SetEnv(L"TZ", L"FAR-11:30");  // that is, eleven and a half hours ahead of UTC
+    ::_tzset();
+    const auto now = [] {
+        const std::time_t seconds = std::time(nullptr);
+        char text[32];
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::localtime(&seconds));
+        return std::string(text);
+    };
+    Load();
+    const std::string before = now();
+    EXPECT_EQ(lib->Play("-0"), "13");
+    const std::string after = now();
+    EXPECT_TRUE(lib->Unload());
+    std::string stamp;
+    std::ifstream log(folder.LogPath());
+    std::getline(log, stamp);
+    stamp.resize(before.size());
+    EXPECT_LE(before, stamp);
+    EXPECT_LE(stamp, after);
 }
 
 }  // namespace
