@@ -2,18 +2,21 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
+set(mingw x86_64-w64-mingw32)
 set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
-set(CMAKE_C_COMPILER_TARGET x86_64-w64-mingw32)
-set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
-set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
-set(CMAKE_OBJCOPY x86_64-w64-mingw32-objcopy CACHE FILEPATH "")
-set(CMAKE_STRIP x86_64-w64-mingw32-strip CACHE FILEPATH "")
+set(CMAKE_C_COMPILER_TARGET ${mingw})
+set(CMAKE_CXX_COMPILER_TARGET ${mingw})
+set(CMAKE_RC_COMPILER ${mingw}-windres)
+set(CMAKE_OBJCOPY ${mingw}-objcopy CACHE FILEPATH "")
+set(CMAKE_STRIP ${mingw}-strip CACHE FILEPATH "")
 
-# Of the two flavours of GCC's runtime clang would not find the one with threads by itself.
-set(runtime /usr/lib/gcc/x86_64-w64-mingw32/12-posix)
+# Of the two flavours of GCC's runtime clang would not find the one with threads by itself. GCC knows where it is.
+execute_process(COMMAND ${mingw}-g++-posix -print-libgcc-file-name
+    OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+cmake_path(GET runtime PARENT_PATH runtime)
 set(CMAKE_CXX_FLAGS_INIT
-    "-isystem ${runtime}/include/c++ -isystem ${runtime}/include/c++/x86_64-w64-mingw32")
+    "-isystem ${runtime}/include/c++ -isystem ${runtime}/include/c++/${mingw}")
 foreach(kind EXE SHARED)
     set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld -L${runtime} -lwinpthread")
 endforeach()

@@ -24,7 +24,6 @@ endfunction()
 # Moves the debug symbols of a target into a file of their own beside it.
 function(tarnex_separate_symbols target)
     if(MSVC)
-        target_compile_options(${target} PRIVATE /Zi)
         target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
     else()
         set(symbols $<TARGET_FILE:${target}>.debug)

@@ -1,5 +1,5 @@
-# What the cross toolchains share.
-set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
+# What the cross toolchains share. ${mingw} is the name that their tools begin with.
+set(CMAKE_FIND_ROOT_PATH /usr/${mingw})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -12,8 +12,10 @@ endif()
 target_compile_definitions(tarnex_dependencies INTERFACE
     SPDLOG_WCHAR_FILENAMES
     SPDLOG_FMT_EXTERNAL
-    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code.
+    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code. The
+    # second one takes its place from fmt 11.1 on.
     FMT_STATIC_THOUSANDS_SEPARATOR=','
+    FMT_USE_LOCALE=0
     # A library does not touch its host's console.
     SPDLOG_DISABLE_DEFAULT_LOGGER
     # Nor does it keep the log file open in the processes that its host starts.

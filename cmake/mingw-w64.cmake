@@ -2,9 +2,13 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
-# The "posix" flavour is the one with the standard library's threads and mutexes.
-set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
-set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
-set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+# Of the toolchain for msvcrt.dll, the "posix" flavour is the one with the standard library's threads and mutexes.
+if(NOT DEFINED mingw)
+    set(mingw x86_64-w64-mingw32)
+    set(flavour -posix)
+endif()
+set(CMAKE_C_COMPILER ${mingw}-gcc${flavour})
+set(CMAKE_CXX_COMPILER ${mingw}-g++${flavour})
+set(CMAKE_RC_COMPILER ${mingw}-windres)
 
 include(${CMAKE_CURRENT_LIST_DIR}/cross-common.cmake)

@@ -2,7 +2,7 @@
 # Static checks: formatting, clang-tidy and cppcheck. No finding is allowed.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-need "${build_tools[@]}" "${test_tools[@]}" clang-format clang-tidy cppcheck
+need "${build_tools[@]}" "${clang_tools[@]}" clang-format clang-tidy cppcheck
 mapfile -t sources < <(find src include examples bench tests -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
 
 say "clang-format"

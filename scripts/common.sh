@@ -21,14 +21,19 @@ need() {
         { cat "${TMPDIR:-/tmp}/tarnex-apt.log" >&2; exit 1; }
 }
 
-# Configures and builds a preset; prints the compiler's words only when something fails.
+# Configures and builds a preset. A terminal shows how far it is; elsewhere the compiler's words are shown only when
+# something fails.
 build() {
     local preset=$1 log="build/$1.log"
     shift
     mkdir -p build
-    say "Building preset $preset (the first time takes a few minutes)"
-    { cmake --preset "$preset" && cmake --build --preset "$preset" "$@"; } >"$log" 2>&1 ||
-        { cat "$log" >&2; exit 1; }
+    say "Building preset $preset (the first time takes a minute or two)"
+    cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+    if [ -t 1 ]; then
+        cmake --build --preset "$preset" "$@"
+    else
+        cmake --build --preset "$preset" "$@" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+    fi
 }
 
 # Makes the Wine prefix if there is none, and has Wine's services running.
@@ -41,4 +46,5 @@ start_wine() {
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 build_tools=(cmake ninja-build g++-mingw-w64-x86-64-posix llvm libspdlog-dev libfmt-dev googletest wine wine64)
-test_tools=(clang lld golang-go)
+test_tools=(golang-go)
+clang_tools=(clang lld)

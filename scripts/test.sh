@@ -1,14 +1,22 @@
 #!/usr/bin/env bash
-# Builds every preset that can be built here and runs its tests. Give names of presets to run only those.
+# Builds the library and runs all its tests: with MinGW GCC, and for the universal C runtime where that toolchain
+# is installed. "test.sh --all" does so with every compiler and setting there is; "test.sh PRESET..." with those named.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-presets=("$@")
-[ $# -gt 0 ] || presets=(mingw-debug clang-mingw mingw)
-
 need "${build_tools[@]}" "${test_tools[@]}"
+presets=(mingw)
+if [ "${1:-}" = --all ]; then
+    need "${clang_tools[@]}"
+    presets+=(mingw-debug clang-mingw)
+fi
+command -v x86_64-w64-mingw32ucrt-g++ >/dev/null && presets+=(mingw-ucrt)
+[ $# -eq 0 ] || [ "$1" = --all ] || presets=("$@")
+
 for preset in "${presets[@]}"; do
     build "$preset"
     start_wine
     say "Testing preset $preset"
     ctest --preset "$preset"
 done
+# Not for every day: the benchmark still compiles.
+[ "${1:-}" != --all ] || build mingw --target bench

@@ -86,10 +86,10 @@ void Reload(int count, int files)
         return GetUsage();
     };
     const auto half = run(count - count / 2), full = run(count / 2);
-    for (const int what : {0, 1, 2}) {
+    for (std::size_t what = 0; what < 3; ++what) {
         const char* const names[] = {"handles", "thread-local slots", "private KB"};
         std::printf("%s %zu to %zu, ", names[what], half[what], full[what]);
-        Check(full[what] <= half[what] + (what == 2 ? 256 : 0), names[what] + std::string(" grow"));
+        Check(full[what] <= half[what] + (what == 2 ? 256u : 0u), names[what] + std::string(" grow"));
     }
 }
 
