@@ -1,6 +1,9 @@
 # Keeps the macros min and max of <windows.h> out of everybody's way.
 add_compile_definitions(NOMINMAX)
 
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
+
 # Warnings are errors in the library's own code.
 add_library(tarnex_warnings INTERFACE)
 if(MSVC)
@@ -14,6 +17,50 @@ else()
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 endif()
 
+# Hardening, of which a test reads what the finished DLL says of itself. Most of it is the linkers' default: named
+# here so that it stays.
+if(MSVC)
+    add_compile_options(/guard:cf)
+    add_link_options(/guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
+    set(TARNEX_GUARD_CF ON)
+else()
+    add_compile_options(-fstack-protector-strong $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+    check_cxx_compiler_flag(-mguard=cf TARNEX_COMPILER_GUARDS)
+    check_linker_flag(CXX -mguard=cf TARNEX_LINKER_GUARDS)
+    if(TARNEX_COMPILER_GUARDS AND TARNEX_LINKER_GUARDS)
+        add_compile_options($<$<NOT:$<COMPILE_LANGUAGE:RC>>:-mguard=cf>)
+        add_link_options(-mguard=cf)
+        set(TARNEX_GUARD_CF ON)
+    endif()
+endif()
+
+# The same sources give the same bytes, wherever and whenever they are built.
+if(MSVC)
+    add_compile_options(/Brepro)
+    add_link_options(/Brepro)
+else()
+    add_compile_options($<$<NOT:$<COMPILE_LANGUAGE:RC>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=/Tarnex_3>)
+    add_link_options(-Wl,--no-insert-timestamp)
+endif()
+
+# Debug symbols: a PDB for Windows' debuggers where compiler and linker can write one, and DWARF for gdb.
+if(NOT MSVC)
+    set(TARNEX_SYMBOLS -g)
+    check_cxx_compiler_flag(-gcodeview TARNEX_COMPILER_CODEVIEW)
+    check_linker_flag(CXX -Wl,--pdb=check.pdb TARNEX_LINKER_PDB)
+    if(TARNEX_COMPILER_CODEVIEW AND TARNEX_LINKER_PDB)
+        set(TARNEX_PDB ON)
+        list(APPEND TARNEX_SYMBOLS -gcodeview)
+        if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+            list(APPEND TARNEX_SYMBOLS -gdwarf)
+        endif()
+    endif()
+else()
+    set(TARNEX_SYMBOLS /Zi)
+    set(TARNEX_PDB ON)
+endif()
+
 # Links the language runtimes into a target, which then needs no DLL but Windows' own.
 function(tarnex_self_contained target)
     if(NOT MSVC)
@@ -21,16 +68,23 @@ function(tarnex_self_contained target)
     endif()
 endfunction()
 
-# Moves the debug symbols of a target into a file of their own beside it.
+# Moves the debug symbols of a target into files of their own beside it.
 function(tarnex_separate_symbols target)
     if(MSVC)
-        target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
-    else()
-        set(symbols $<TARGET_FILE:${target}>.debug)
-        add_custom_command(TARGET ${target} POST_BUILD
-            COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
-            COMMAND ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}>
-            COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>
-            VERBATIM)
+        target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF /PDBALTPATH:%_PDB%)
+        return()
     endif()
+    if(TARNEX_PDB)
+        set(pdb $<TARGET_FILE_BASE_NAME:${target}>.pdb)
+        target_link_options(${target} PRIVATE -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/${pdb})
+        if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+            target_link_options(${target} PRIVATE -Wl,-Xlink=-pdbaltpath:${pdb})  # a name without a path
+        endif()
+    endif()
+    set(symbols $<TARGET_FILE:${target}>.debug)
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
+        COMMAND ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}>
+        COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>
+        VERBATIM)
 endfunction()

@@ -1,5 +1,5 @@
 /*
- * Tarnex 3: opaque handles that carry named string parameters, and a diagnostic log of every call.
+ * Tarnex 3: opaque handles that carry named string parameters, and a diagnostic log.
  *
  * Conventions, settled once for the whole interface:
  *
@@ -13,14 +13,21 @@
  *    copied during the call and no pointer of yours is kept after it.
  * 4. Strings are NUL-terminated bytes of any length. Keys and values are stored exactly as passed, in
  *    whatever encoding, and keys are compared byte for byte. Only the log name must be valid UTF-8.
- * 5. Every function may be called from any thread, at any time between loading and unloading the library,
- *    but not from a DllMain. The handle functions run one call at a time.
- * 6. No code stands for running out of memory, or for an operating system that fails underneath: these raise
- *    C++ exceptions (std::bad_alloc, std::system_error and, from the first message of a process, whatever
- *    opening the log file raises). A call that ends so has changed neither your handle variable nor the set
- *    of handles. Programs in other languages can only treat them as fatal.
- * 7. Deleting your handles before you unload the library is good style but not a must: what is left is
- *    destroyed, and the log is flushed, when the library is unloaded or the process exits.
+ * 5. The log shows keys from TARNEX_LOG_INFO down and values from TARNEX_LOG_DEBUG down, byte for byte, line
+ *    breaks included. Whoever stores secrets keeps the level above that; TARNEX_LOG_ERR, the default, is.
+ * 6. Every function may be called from any thread, at any time between loading and unloading the library,
+ *    but not from a DllMain. The handle functions run one call at a time. Unload when no call is in progress.
+ * 7. Four failures have no code but raise a C++ exception: memory that has run out (std::bad_alloc), a lock
+ *    that fails (std::system_error, also during process exit where the exit has ended a thread that held it),
+ *    a log name that is not UTF-8 (std::range_error), and an error while the first message opens the log (a
+ *    class derived from std::exception). A call that ends so has changed neither your handle variable nor the
+ *    set of handles. Only a program built with the same kind of compiler as the DLL can catch them; in all
+ *    others, those in other languages included, they end the process. The one that you can always avoid is
+ *    the log name: pass UTF-8.
+ * 8. Handles that are left when the library is unloaded are destroyed then, and the log is flushed. This waits
+ *    while the library's clean-up of old log files is running: the DLL then stays loaded until that is
+ *    through, and who loads it again meanwhile finds everything as it was, handles, level and log name. When
+ *    the process exits the log is flushed too, unless the exit ended a thread in the middle of writing to it.
  */
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
@@ -43,8 +50,8 @@ typedef uint32_t TarnexResult;
 enum {
     /* The call did what was asked. */
     TARNEX_OK = 0,
-    /* A required string is null, or an argument cannot be used: a log level above 6, a log name for which no
-       file could be created, a stored value that is not an integer. */
+    /* A required string is null, or an argument cannot be used: a log level above 6, or a log name for which no
+       file could be created. */
     TARNEX_E_INVALID_ARGUMENT = 7,
     /* The value in the handle variable is no handle: never created, already deleted, or null. */
     TARNEX_E_HANDLE_NOT_FOUND = 13,
@@ -58,15 +65,15 @@ enum {
     TARNEX_E_OUT_OF_RANGE = 33,
     /* The log name can no longer be changed because the log file is already in use. */
     TARNEX_E_LOG_FILE_EXISTS = 39,
-    /* There is no log to flush yet. */
+    /* There is no log to flush: no message has been written, or the log could not be created. */
     TARNEX_E_NO_LOGGER = 40
 };
 
 /* Log levels: a message is written when its level is at least the level in force. */
 enum {
-    TARNEX_LOG_TRACE = 0,    /* entry of every call, with its keys and values */
-    TARNEX_LOG_DEBUG = 1,    /* parameters set, parameters not found, handles left behind */
-    TARNEX_LOG_INFO = 2,     /* parameters removed */
+    TARNEX_LOG_TRACE = 0,    /* calls that set and remove parameters, with keys and values, as they begin; flushes */
+    TARNEX_LOG_DEBUG = 1,    /* parameters set, with keys and values; parameters not found; handles left behind */
+    TARNEX_LOG_INFO = 2,     /* parameters removed, with their keys */
     TARNEX_LOG_WARN = 3,     /* refused changes and settings */
     TARNEX_LOG_ERR = 4,      /* invalid handles; the default */
     TARNEX_LOG_CRITICAL = 5, /* no message has this level today */
@@ -131,15 +138,16 @@ TARNEX_API TarnexResult tarnexSetAuthParams_3(TarnexAuthHandle* phAuth, const ch
 TARNEX_API TarnexResult tarnexRemoveAuthParams_3(TarnexAuthHandle* phAuth, const char* key);
 
 /*
- * Puts a name of yours into the name of the log file: "Tarnex-<name>-<process id>.log". Possible until the
- * first message of the process is written. The file is made at once; another name makes another file and
- * leaves the earlier one behind, empty.
+ * Puts a name of yours into the name of the log file: "Tarnex-<name>-<process id>.log", with a counter behind
+ * it when that file exists. Possible until the first message of the process is written. The file is made at
+ * once; another name makes another file and leaves the earlier one behind, empty.
  *
  * name  NUL-terminated UTF-8; must not be null. May be empty, which gives the default name. A text that is
- *       not UTF-8 raises std::range_error, "bad conversion", and makes no file.
+ *       not UTF-8 raises std::range_error, "bad conversion", and makes no file (see convention 7).
  *
  * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when the file could not be created, for instance because the
- * name holds a character that file names cannot have; or TARNEX_E_LOG_FILE_EXISTS when it is too late.
+ * name holds a character that file names cannot have; or TARNEX_E_LOG_FILE_EXISTS when it is too late. (Once
+ * the log could not be created, a name still makes a file, but nothing is ever written to it.)
  */
 TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
 
@@ -149,15 +157,18 @@ TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
  *
  * level  one of the TARNEX_LOG_ levels, 0 to 6.
  *
- * Returns TARNEX_OK, or TARNEX_E_INVALID_ARGUMENT for a level above 6; the level in force then stays.
+ * Returns TARNEX_OK, or TARNEX_E_INVALID_ARGUMENT for a level above 6; the level in force then stays, and the
+ * refusal is a message, which may be the first one.
  */
 TARNEX_API TarnexResult tarnexSetLogLevel_3(uint32_t level);
 
 /*
- * Writes the log lines that are still buffered to the file. Lines at TARNEX_LOG_ERR and above are written
- * at once without this call.
+ * Writes the log lines that are still buffered to the file. A line of level err takes what is buffered before
+ * it along at once, without this call. All others wait, also those that are written at every level, which
+ * tell of a change of the level; only the log's first line does not.
  *
- * Returns TARNEX_OK, or TARNEX_E_NO_LOGGER when the process has not written its first message yet.
+ * Returns TARNEX_OK, or TARNEX_E_NO_LOGGER when there is no log: the process has not written its first message
+ * yet, or the log could not be created.
  */
 TARNEX_API TarnexResult tarnexFlushLog_3(void);
 

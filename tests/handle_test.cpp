@@ -49,9 +49,7 @@ protected:
     HandleTest()
     {
         SetEnv(L"TARNEX_LOG_LEVEL", L"T");
-        // No clean-up: nobody else allocates, and no thread is left when the program ends, where Wine may stand still.
-        decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
-        EXPECT_TRUE(ReplaceImport(::GetModuleHandleW(nullptr), "CreateThread", refuse));
+        EXPECT_TRUE(RefuseThreads(::GetModuleHandleW(nullptr)));  // no clean-up: nobody else allocates
     }
 
     /** What has been logged so far, without the creation line. */

@@ -52,6 +52,13 @@ bool ReplaceImport(HMODULE module, const std::string& wanted, Function* replacem
     return found;
 }
 
+/** From now on the module can start no threads. Wine does not always survive an exit that interrupts one. */
+inline bool RefuseThreads(HMODULE module)
+{
+    decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
+    return ReplaceImport(module, "CreateThread", refuse);
+}
+
 /**
  * The same for writing to files, wherever the C runtime that writes the log may be. This program can still write, and
  * so can kernel32, whose function passes the call on by such an import.

@@ -101,6 +101,7 @@ void ExitStuck(int round)
 {
     static Library lib;
     const int where = round % 4;
+    Check(RefuseThreads(lib.module), "nobody starts threads");
     lib.Play(where == 2 ? "@1 +a +b" : "@1 +a +b -0");
     Check(where != 0 || ReplaceWriteFile(StopInWriteFile<1>), "nobody writes");
     Check(where != 1 || ReplaceWriteFile(StopInWriteFile<2>), "nobody writes");
