@@ -3,6 +3,7 @@ set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
 set(mingw x86_64-w64-mingw32)
+set(flavour -posix)
 set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
 set(CMAKE_C_COMPILER_TARGET ${mingw})
@@ -12,7 +13,7 @@ set(CMAKE_OBJCOPY ${mingw}-objcopy CACHE FILEPATH "")
 set(CMAKE_STRIP ${mingw}-strip CACHE FILEPATH "")
 
 # Of the two flavours of GCC's runtime clang would not find the one with threads by itself. GCC knows where it is.
-execute_process(COMMAND ${mingw}-g++-posix -print-libgcc-file-name
+execute_process(COMMAND ${mingw}-g++${flavour} -print-libgcc-file-name
     OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 cmake_path(GET runtime PARENT_PATH runtime)
 set(CMAKE_CXX_FLAGS_INIT

@@ -1,5 +1,7 @@
-# What "cmake --install" lays out and cpack puts into the zip: one DLL, what links to it, and one header.
+# What "cmake --install --component library" lays out, and with it "find_package" and pkg-config: one DLL with its
+# symbols, what links to it, one header, and the examples. The component "tests" is the kit that tries the DLL.
 include(CMakePackageConfigHelpers)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME library)
 
 set(config_folder lib/cmake/Tarnex_3)
 install(TARGETS Tarnex_3 EXPORT Tarnex_3Targets
@@ -7,13 +9,56 @@ install(TARGETS Tarnex_3 EXPORT Tarnex_3Targets
     ARCHIVE DESTINATION lib)
 install(FILES include/tarnex_3.h DESTINATION include)
 install(FILES src/api/Tarnex_3.def DESTINATION lib)
-install(FILES README.md DESTINATION .)
+install(FILES examples/demo.c examples/loader.cpp DESTINATION examples)
+install(FILES examples/go/main.go DESTINATION examples/go)
 if(MSVC)
     install(FILES $<TARGET_PDB_FILE:Tarnex_3> DESTINATION bin)
 else()
-    install(FILES $<TARGET_FILE:Tarnex_3>.debug DESTINATION bin OPTIONAL)
+    install(FILES $<TARGET_FILE:Tarnex_3>.debug DESTINATION bin)
+    if(TARNEX_PDB)
+        install(FILES $<TARGET_FILE_DIR:Tarnex_3>/Tarnex_3.pdb DESTINATION bin)
+    endif()
     install(FILES ${PROJECT_BINARY_DIR}/lib/Tarnex_3.lib DESTINATION lib)
 endif()
+
+# The README without the parts that are about the sources.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS README.md)
+file(READ README.md readme)
+while(readme MATCHES "<!-- sources -->")
+    string(FIND "${readme}" "<!-- sources -->" begin)
+    string(FIND "${readme}" "<!-- /sources -->\n" end)
+    string(SUBSTRING "${readme}" 0 ${begin} before)
+    math(EXPR end "${end} + 18")
+    string(SUBSTRING "${readme}" ${end} -1 after)
+    string(CONCAT readme "${before}" "${after}")
+endwhile()
+file(WRITE ${PROJECT_BINARY_DIR}/README.md "${readme}")
+install(FILES ${PROJECT_BINARY_DIR}/README.md DESTINATION .)
+
+# The notices of what is linked into the DLL, from the copyright files of the packages that it came from.
+set(notices ${PROJECT_BINARY_DIR}/THIRD-PARTY-NOTICES.txt)
+set(compiler "${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}")
+if(NOT MSVC)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} --version OUTPUT_VARIABLE compiler COMMAND_ERROR_IS_FATAL ANY)
+    string(REGEX REPLACE "\n.*" "" compiler "${compiler}")
+endif()
+if(DEFINED VCPKG_INSTALLED_DIR)
+    set(notice_sources ${VCPKG_INSTALLED_DIR}/${VCPKG_TARGET_TRIPLET}/share)
+else()
+    set(notice_sources /usr/include/spdlog/version.h /usr/include/fmt/core.h)
+    foreach(library libstdc++.a libmingw32.a libwinpthread.a)
+        execute_process(COMMAND ${mingw}-g++${flavour} -print-file-name=${library}
+            OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+        list(APPEND notice_sources ${file})
+    endforeach()
+endif()
+add_custom_command(OUTPUT ${notices}
+    COMMAND ${CMAKE_COMMAND} "-DCOMPILER=${compiler}" "-DSOURCES=${notice_sources}" -DOUTPUT=${notices}
+            -P ${PROJECT_SOURCE_DIR}/cmake/notices.cmake
+    DEPENDS cmake/notices.cmake
+    VERBATIM)
+add_custom_target(notices ALL DEPENDS ${notices})
+install(FILES ${notices} DESTINATION .)
 
 install(EXPORT Tarnex_3Targets NAMESPACE Tarnex_3:: DESTINATION ${config_folder})
 configure_package_config_file(cmake/Tarnex_3Config.cmake.in ${PROJECT_BINARY_DIR}/Tarnex_3Config.cmake
@@ -23,8 +68,18 @@ install(FILES
     ${PROJECT_BINARY_DIR}/Tarnex_3Config.cmake
     ${PROJECT_BINARY_DIR}/Tarnex_3ConfigVersion.cmake
     DESTINATION ${config_folder})
+configure_file(cmake/tarnex-3.pc.in ${PROJECT_BINARY_DIR}/tarnex-3.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tarnex-3.pc DESTINATION lib/pkgconfig)
 
-set(CPACK_GENERATOR ZIP)
-set(CPACK_PACKAGE_FILE_NAME Tarnex_3-${PROJECT_VERSION}-win64)
-set(CPACK_VERBATIM_VARIABLES ON)
-include(CPack)
+# The two zips: what ships, and the kit.
+set(package Tarnex_3-${PROJECT_VERSION}-win64)
+if(MSVC)
+    string(APPEND package -msvc)
+elseif(CMAKE_CXX_COMPILER MATCHES "ucrt")
+    string(APPEND package -ucrt)
+endif()
+find_program(TARNEX_ZIP zip)
+add_custom_target(zips
+    COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DNAME=${package} "-DZIP=$<$<BOOL:${TARNEX_ZIP}>:${TARNEX_ZIP}>"
+            -P ${PROJECT_SOURCE_DIR}/cmake/zips.cmake
+    VERBATIM)

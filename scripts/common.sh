@@ -45,6 +45,6 @@ start_wine() {
 # A path of this machine as Windows programs see it under Wine.
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
-build_tools=(cmake ninja-build g++-mingw-w64-x86-64-posix llvm libspdlog-dev libfmt-dev googletest wine wine64)
+build_tools=(cmake ninja-build g++-mingw-w64-x86-64-posix llvm libspdlog-dev libfmt-dev googletest pkgconf wine wine64)
 test_tools=(golang-go)
 clang_tools=(clang lld)

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,6 +73,12 @@ inline FILETIME SecondsAgo(int seconds)
 struct Library
 {
     HMODULE module = ::LoadLibraryW(L"Tarnex_3.dll");
+
+    Library()
+    {
+        if (module == nullptr)
+            throw std::runtime_error("Tarnex_3.dll cannot be loaded");
+    }
 
     template <typename Function>
     Function* Find(const char* name) const

@@ -5,13 +5,23 @@ function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
 endfunction()
 
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+run(${CMAKE_COMMAND} --install ${BUILD} --component library --prefix ${WORK}/prefix)
 file(GLOB_RECURSE installed RELATIVE ${WORK}/prefix ${WORK}/prefix/*)
 list(SORT installed)
 string(REPLACE "," ";" expected "${FILES}")
 if(NOT installed STREQUAL expected)
     message(FATAL_ERROR "installed: ${installed}\nexpected: ${expected}")
 endif()
+# Every package that is linked into the DLL is named with its version and has its terms in the notices.
+file(READ ${WORK}/prefix/THIRD-PARTY-NOTICES.txt notices)
+foreach(word "libspdlog-dev [0-9]" "libfmt-dev [0-9]" "mingw[^\n]* [0-9]" "Gabi Melman" "Victor Zverovich"
+             "GCC Runtime Library Exception|GCC RUNTIME LIBRARY EXCEPTION" "winpthreads")
+    if(NOT notices MATCHES "${word}")
+        message(FATAL_ERROR "the notices lack ${word}")
+    endif()
+endforeach()
+
+set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/prefix/lib/pkgconfig)
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR}/consumer -B ${WORK}/build -G Ninja
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DTarnex_3_DIR=${WORK}/prefix/lib/cmake/Tarnex_3)
 run(${CMAKE_COMMAND} --build ${WORK}/build)

@@ -55,15 +55,12 @@ TEST(LogFolder, AnUnusableFolderGivesWayToTheDefault)
     const std::wstring base = folder.path.wstring(), missing = base + L"\\missing",
                        normal = base + L"\\Velmora\\Logs\\";
     folder.AddFile("file");
-    // Wine cannot mark a folder as read-only; there it is one of the machine underneath.
-    const fs::path ofWine = "Z:\\proc", readOnly = fs::exists(ofWine) ? ofWine : folder.path / "readonly";
-    fs::create_directory(readOnly);
-    ::SetFileAttributesW(readOnly.c_str(), FILE_ATTRIBUTE_READONLY);
+    const std::wstring ofWine = fs::exists(L"Z:\\proc") ? L"Z:\\proc" : missing;  // a folder that nobody may write
     const std::tuple<std::wstring, std::wstring, std::wstring> cases[] = {
         // application data, folder asked for, folder given
         {base, base, base + L"\\"}, {base, base + L"\\", base + L"\\\\"},
         {base, L"", normal},        {base, base + L"\\file", normal},
-        {base, missing, normal},    {base, readOnly.wstring(), normal},
+        {base, missing, normal},    {base, ofWine, normal},
         {L"", L"", L"\\"},          {L"", missing, missing + L"\\"}};
     for (const auto& [local, override, given] : cases) {
         appData = local;
@@ -72,9 +69,18 @@ TEST(LogFolder, AnUnusableFolderGivesWayToTheDefault)
     }
     EXPECT_EQ(asked, CSIDL_LOCAL_APPDATA);
     EXPECT_TRUE(fs::is_directory(normal));
-    ::SetFileAttributesW(readOnly.c_str(), FILE_ATTRIBUTE_NORMAL);
-    fs::remove(folder.path / "readonly");
     EXPECT_EQ(folder.Files(), (Lines{"Velmora", "file"}));  // no probe stays behind
+}
+
+TEST(LogFolder, AReadOnlyFolderIsNotUsable)
+{
+    if (::GetProcAddress(::GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr)
+        GTEST_SKIP() << "because Wine cannot mark a folder as read-only";
+    const LogFolder folder;
+    for (const bool readOnly : {true, false}) {
+        ::SetFileAttributesW(folder.path.c_str(), readOnly ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL);
+        EXPECT_EQ(GetLogFolderPath() == folder.path.wstring() + L"\\", !readOnly);
+    }
 }
 
 TEST(LogFolder, TheProbeDecidesByItsError)

@@ -1,0 +1,41 @@
+# Makes NAME.zip and NAME-tests.zip in BUILD/packages from the two components that are installed, with their SHA-256
+# in SHA256SUMS. With ZIP, the command of that name, the same files give the same bytes: sorted, with one time for
+# all, that of SOURCE_DATE_EPOCH or of the last commit. CMake's own archives hold the times of access as well.
+function(run)
+    execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+endfunction()
+
+set(time $ENV{SOURCE_DATE_EPOCH})
+if(NOT time)
+    execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${CMAKE_CURRENT_LIST_DIR}
+        OUTPUT_VARIABLE time OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+endif()
+set(ENV{TZ} UTC)  # a zip holds local times
+
+set(packages ${BUILD}/packages)
+file(REMOVE_RECURSE ${packages})
+set(sums "")
+foreach(component library tests)
+    set(name ${NAME})
+    if(component STREQUAL tests)
+        string(APPEND name -tests)
+    endif()
+    run(${CMAKE_COMMAND} --install ${BUILD} --component ${component} --prefix ${packages}/${name})
+    file(GLOB_RECURSE files RELATIVE ${packages} ${packages}/${name}/*)
+    list(SORT files)
+    list(JOIN files "\n" list)
+    file(WRITE ${packages}/list "${list}\n")
+    if(ZIP)
+        execute_process(COMMAND xargs -d "\\n" touch -d @${time} INPUT_FILE list
+            WORKING_DIRECTORY ${packages} COMMAND_ERROR_IS_FATAL ANY)
+        set(pack ${ZIP} -q -X -9 ${name}.zip -@)
+    else()
+        set(pack ${CMAKE_COMMAND} -E tar cf ${name}.zip --format=zip --files-from=list)
+    endif()
+    execute_process(COMMAND ${pack} INPUT_FILE list WORKING_DIRECTORY ${packages} COMMAND_ERROR_IS_FATAL ANY)
+    file(REMOVE_RECURSE ${packages}/list ${packages}/${name})
+    file(SHA256 ${packages}/${name}.zip sum)
+    string(APPEND sums "${sum}  ${name}.zip\n")
+endforeach()
+file(WRITE ${packages}/SHA256SUMS "${sums}")
+message("${sums}")

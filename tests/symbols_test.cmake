@@ -1,0 +1,21 @@
+# The PDB beside the DLL is the DLL's, and knows the function and the line of each export.
+function(run output)
+    execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_VARIABLE text)
+    set(${output} "${text}" PARENT_SCOPE)
+endfunction()
+
+run(exports ${READOBJ} --coff-exports ${DLL})
+string(REGEX MATCHALL "Name: [A-Za-z_0-9]+[^}]*RVA: 0x[0-9A-F]+" exports "${exports}")
+list(LENGTH exports count)
+if(NOT count EQUAL 8)
+    message(FATAL_ERROR "${count} exports: ${exports}")
+endif()
+foreach(export IN LISTS exports)
+    string(REGEX MATCH "Name: ([A-Za-z_0-9]+).*RVA: (0x[0-9A-F]+)" export "${export}")
+    set(name ${CMAKE_MATCH_1})
+    # Without DWARF beside it.
+    run(found ${SYMBOLIZER} --obj=${DLL} --relative-address ${CMAKE_MATCH_2})
+    if(NOT found MATCHES "^${name}[^\n]*\n/Tarnex_3/src/api/Exports.cpp:[1-9]")
+        message(FATAL_ERROR "${name}: ${found}")
+    endif()
+endforeach()
