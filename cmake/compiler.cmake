@@ -44,21 +44,16 @@ else()
     add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
-# Debug symbols: a PDB for Windows' debuggers where compiler and linker can write one, and DWARF for gdb.
-if(NOT MSVC)
-    set(TARNEX_SYMBOLS -g)
-    check_cxx_compiler_flag(-gcodeview TARNEX_COMPILER_CODEVIEW)
-    check_linker_flag(CXX -Wl,--pdb=check.pdb TARNEX_LINKER_PDB)
-    if(TARNEX_COMPILER_CODEVIEW AND TARNEX_LINKER_PDB)
-        set(TARNEX_PDB ON)
-        list(APPEND TARNEX_SYMBOLS -gcodeview)
-        if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
-            list(APPEND TARNEX_SYMBOLS -gdwarf)
-        endif()
-    endif()
-else()
+# Debug symbols: a PDB for Windows' debuggers where the compiler can write one, and DWARF for gdb. (GCC 14 takes
+# -gcodeview too, but writes nothing.)
+if(MSVC)
     set(TARNEX_SYMBOLS /Zi)
     set(TARNEX_PDB ON)
+elseif(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    set(TARNEX_SYMBOLS -g -gcodeview -gdwarf)
+    set(TARNEX_PDB ON)
+else()
+    set(TARNEX_SYMBOLS -g)
 endif()
 
 # Links the language runtimes into a target, which then needs no DLL but Windows' own.
@@ -76,15 +71,16 @@ function(tarnex_separate_symbols target)
     endif()
     if(TARNEX_PDB)
         set(pdb $<TARGET_FILE_BASE_NAME:${target}>.pdb)
-        target_link_options(${target} PRIVATE -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/${pdb})
-        if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
-            target_link_options(${target} PRIVATE -Wl,-Xlink=-pdbaltpath:${pdb})  # a name without a path
-        endif()
+        # The DLL names the PDB without a path.
+        target_link_options(${target} PRIVATE
+            -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/${pdb} -Wl,-Xlink=-pdbaltpath:${pdb})
     endif()
     set(symbols $<TARGET_FILE:${target}>.debug)
+    # Each of these would write the time of day into the file's header.
+    set(reproducible ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)
     add_custom_command(TARGET ${target} POST_BUILD
-        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
-        COMMAND ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}>
-        COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>
+        COMMAND ${reproducible} ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
+        COMMAND ${reproducible} ${CMAKE_STRIP} --strip-all $<TARGET_FILE:${target}>
+        COMMAND ${reproducible} ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>
         VERBATIM)
 endfunction()
