@@ -266,7 +266,7 @@ void BenchLoad()
 // Names of rows as an argument, as in "125", select those.
 int main(int argc, char** argv)
 {
-    const LogFolder folder("bench");
+    const LogFolder folder;
     SetEnv(L"TARNEX_LOG_LEVEL", L"");
 
     PrintHead();

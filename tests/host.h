@@ -40,6 +40,7 @@ inline void RunThreads(int count, const std::function<void(int)>& work)
 {
     std::atomic<int> waiting{count};
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int number = 0; number < count; ++number)
         threads.emplace_back([&, number] {
             for (--waiting; waiting > 0;)
@@ -86,7 +87,7 @@ struct Library
         return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
     }
 // NOLINTNEXTLINE(bugprone-macro-parentheses): name is the name of a member
-#define TARNEX_FIND(name) decltype(&::name##_3) name = Find<decltype(::name##_3)>(#name "_3")
+#define TARNEX_FIND(name) decltype(::name##_3)* name = Find<decltype(::name##_3)>(#name "_3")
     TARNEX_FIND(tarnexGetAPIVersion);
     TARNEX_FIND(tarnexCreateAuthHandle);
     TARNEX_FIND(tarnexDeleteAuthHandle);

@@ -7,7 +7,6 @@
 #include <psapi.h>
 
 #include <cstddef>
-#include <functional>
 #include <string>
 
 template <typename T>
@@ -23,7 +22,8 @@ inline const IMAGE_OPTIONAL_HEADER64& Header(HMODULE module)
 }
 
 /** Shows each function that the module imports by name: of which DLL, its name, and where its address stands. */
-inline void ForEachImport(HMODULE module, const std::function<void(std::string, std::string, void**)>& show)
+template <typename Visitor>
+void ForEachImport(HMODULE module, const Visitor& show)
 {
     const IMAGE_DATA_DIRECTORY& directory = Header(module).DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
     if (directory.Size == 0)
@@ -42,9 +42,9 @@ template <typename Function>
 bool ReplaceImport(HMODULE module, const std::string& wanted, Function* replacement)
 {
     bool found = false;
-    ForEachImport(module, [&](const std::string&, const std::string& name, void** slot) {
+    ForEachImport(module, [&](const char*, const char* name, void** slot) {
         DWORD protection = 0;
-        if (name == wanted && ::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection)) {
+        if (wanted == name && ::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection)) {
             *slot = reinterpret_cast<void*>(replacement);
             found = true;
         }
@@ -69,7 +69,7 @@ inline bool ReplaceWriteFile(decltype(&::WriteFile) replacement)
     DWORD size = 0;
     bool found = false;
     ::EnumProcessModules(::GetCurrentProcess(), modules, sizeof modules, &size);
-    for (DWORD i = 0; i < size / sizeof *modules; ++i)
+    for (DWORD i = 0; i < size / sizeof(HMODULE); ++i)
         if (modules[i] != ::GetModuleHandleW(nullptr) && modules[i] != ::GetModuleHandleW(L"kernel32"))
             found |= ReplaceImport(modules[i], "WriteFile", replacement);
     return found;

@@ -45,7 +45,8 @@ void RunProcesses(const std::string& name, const ProcessMoment& moment, int coun
         Check(code == 0, "exit code " + std::to_string(code));
         const Lines files = folder.Files();
         Check(files.size() <= 1, std::to_string(files.size()) + " files instead of the log alone");
-        moment.check(files.empty() ? Lines() : ReadLog(folder.path / files[0]), round);
+        const Lines log = files.empty() ? Lines() : ReadLog(folder.path / files[0]);
+        CheckLines(log, moment.expect(log, round));
     }
 }
 
@@ -102,6 +103,7 @@ std::size_t Walk(Library lib, int number, const std::function<bool(int)>& goOn)
     std::map<std::string, std::set<std::string>> live;  // the variables that hold a handle, with its keys
     for (int step = 0; goOn(step); ++step) {
         const std::string variable(1, "abcd"[random() % 4]), key = std::to_string(number) + "abcdefgh"[random() % 8];
+        const std::string parameter = variable + ("." + key);
         const auto known = live.find(variable);
         const bool alive = known != live.end();
         std::string call, expected = alive ? "0" : "13";
@@ -115,7 +117,7 @@ std::size_t Walk(Library lib, int number, const std::function<bool(int)>& goOn)
                 live.erase(variable);
                 break;
             case 2:
-                call = variable + "." + key;
+                call = parameter;
                 expected = alive && known->second.erase(key) == 0 ? "16" : expected;
                 break;
             case 3:
@@ -126,7 +128,7 @@ std::size_t Walk(Library lib, int number, const std::function<bool(int)>& goOn)
                 expected = "0";
                 break;
             default:
-                call = variable + "." + key + "=" + std::to_string(step);
+                call = parameter + ("=" + std::to_string(step));
                 if (alive)
                     known->second.insert(key);
         }

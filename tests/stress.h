@@ -20,11 +20,11 @@ inline void CheckLines(const Lines& log, const Lines& expected)
         Check(false, "line " + std::to_string(have - log.begin()) + ": " + (have == log.end() ? "none" : *have));
 }
 
-/** A moment that takes a process of its own for each round: the process's part, and what its log must be. */
+/** A moment that takes a process of its own for each round: the process's part, and what its log must then be. */
 struct ProcessMoment
 {
     void (*run)(int round);
-    void (*check)(Lines log, int round);
+    Lines (*expect)(const Lines& log, int round);
 };
 
 extern const std::map<std::string, ProcessMoment> g_ProcessMoments;
