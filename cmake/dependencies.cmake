@@ -12,13 +12,27 @@ endif()
 target_compile_definitions(tarnex_dependencies INTERFACE
     SPDLOG_WCHAR_FILENAMES
     SPDLOG_FMT_EXTERNAL
-    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code. The
-    # second one takes its place from fmt 11.1 on.
+    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code.
     FMT_STATIC_THOUSANDS_SEPARATOR=','
-    FMT_USE_LOCALE=0
     # A library does not touch its host's console.
     SPDLOG_DISABLE_DEFAULT_LOGGER
     # Nor does it keep the log file open in the processes that its host starts.
     SPDLOG_PREVENT_CHILD_FD
     # No line shows the thread, and finding it out costs a look-up with every message.
     SPDLOG_NO_THREAD_ID)
+
+# From fmt 11.1 on another switch takes the place of that one, but 11.1 itself does not compile with it.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_DEFINITIONS -DFMT_HEADER_ONLY -DFMT_USE_LOCALE=0)
+if(DEFINED TARNEX_DEPENDENCY_HEADERS)
+    set(CMAKE_REQUIRED_INCLUDES ${TARNEX_DEPENDENCY_HEADERS})
+else()
+    set(CMAKE_REQUIRED_LIBRARIES fmt::fmt-header-only)
+endif()
+check_cxx_source_compiles("#include <fmt/chrono.h>\nint main() {}" TARNEX_FMT_WITHOUT_LOCALE)
+unset(CMAKE_REQUIRED_DEFINITIONS)
+unset(CMAKE_REQUIRED_INCLUDES)
+unset(CMAKE_REQUIRED_LIBRARIES)
+if(TARNEX_FMT_WITHOUT_LOCALE)
+    target_compile_definitions(tarnex_dependencies INTERFACE FMT_USE_LOCALE=0)
+endif()

@@ -78,7 +78,9 @@ if(MSVC)
 elseif(CMAKE_CXX_COMPILER MATCHES "ucrt")
     string(APPEND package -ucrt)
 endif()
-find_program(TARNEX_ZIP zip)
+if(NOT MSVC)
+    find_program(TARNEX_ZIP zip)
+endif()
 add_custom_target(zips
     COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DNAME=${package} "-DZIP=$<$<BOOL:${TARNEX_ZIP}>:${TARNEX_ZIP}>"
             -P ${PROJECT_SOURCE_DIR}/cmake/zips.cmake

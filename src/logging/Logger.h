@@ -8,10 +8,6 @@
 #include "platform/Abandonable.h"
 #include "platform/Mutex.h"
 
-#ifdef SPDLOG_USE_STD_FORMAT
-#error "The log needs fmt: install an spdlog that is configured to use fmt, not std::format."
-#endif
-
 // The library's one logger and the rule by which every layer writes a message. The objects with destructors
 // are defined in session/ProcessState.cpp, which settles the order in which they come and go.
 

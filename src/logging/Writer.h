@@ -1,5 +1,11 @@
 #pragma once
 
+#include <spdlog/tweakme.h>
+
+#ifdef SPDLOG_USE_STD_FORMAT
+#error "The log needs fmt: install an spdlog that is configured to use fmt, not std::format."
+#endif
+
 #include <spdlog/common.h>
 #include <spdlog/fwd.h>
 
