@@ -123,8 +123,9 @@ void BenchCreate(const Calls& library, const Calls& byHand)
                }) /
                kCount;
     };
-    Compare(
-        "2 create and delete a handle", 0.95, 31, [&] { return time(library); }, [&] { return time(byHand); });
+    const auto timeLibrary = [&] { return time(library); };
+    const auto timeByHand = [&] { return time(byHand); };
+    Compare("2 create and delete a handle", 0.95, 31, timeLibrary, timeByHand);
 }
 
 void BenchGrowth(const Calls& library)
@@ -157,8 +158,9 @@ void BenchGrowth(const Calls& library)
                    }) /
                    kCount;
         };
-        const auto [first, second] = Alternate(
-            5, [&] { return time(setOurs); }, [&] { return time(setBare); });
+        const auto timeOurs = [&] { return time(setOurs); };
+        const auto timeBare = [&] { return time(setBare); };
+        const auto [first, second] = Alternate(5, timeOurs, timeBare);
         ours.push_back(first);
         bare.push_back(second);
         const std::string work = "4 row 1 among " + std::to_string(handles) + " handles; bare containers";
@@ -189,8 +191,9 @@ void BenchThreads(const Calls& library, const Calls& byHand)
                }) /
                (2 * kCount);
     };
-    const auto [ours, theirs] = Alternate(
-        21, [&] { return time(library); }, [&] { return time(byHand); });
+    const auto timeLibrary = [&] { return time(library); };
+    const auto timeByHand = [&] { return time(byHand); };
+    const auto [ours, theirs] = Alternate(21, timeLibrary, timeByHand);
     PrintRow("5 two threads, handles of their own (throughput)", Show(ours, "ns", 1e9), Show(theirs, "ns", 1e9),
              theirs.Median() / ours.Median(), 0.95, true);
 }

@@ -70,6 +70,11 @@ inline FILETIME SecondsAgo(int seconds)
     return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
 }
 
+inline bool IsLibraryLoaded()
+{
+    return ::GetModuleHandleW(L"Tarnex_3.dll") != nullptr;
+}
+
 /** The finished DLL, loaded the way a host loads it. */
 struct Library
 {
@@ -126,16 +131,11 @@ struct Library
         return results;
     }
 
-    static bool IsLoaded()
-    {
-        return ::GetModuleHandleW(L"Tarnex_3.dll") != nullptr;
-    }
-
     /** Unloads it and waits for the retention pass, which keeps the module for as long as it runs. */
     bool Unload()
     {
         ::FreeLibrary(module);
-        return WaitUntil([] { return !IsLoaded(); });
+        return WaitUntil([] { return !IsLibraryLoaded(); });
     }
 };
 

@@ -275,12 +275,12 @@ TEST_F(HostTest, CreationStartsOneCleanUpAndDoesNotWaitForIt)
         EXPECT_EQ(started, refused ? 1 : 2);
         EXPECT_EQ(folder.Files(), (Lines{"Tarnex-0-old.log", "Tarnex-PID.log"}));
         ::FreeLibrary(lib->module);
-        EXPECT_EQ(Library::IsLoaded(), !refused);  // the thread to come keeps the module
+        EXPECT_EQ(IsLibraryLoaded(), !refused);  // the thread to come keeps the module
         if (refused)
             fs::remove(folder.LogPath());
     }
     const HANDLE thread = start();
-    EXPECT_TRUE(WaitUntil([] { return !Library::IsLoaded(); }));
+    EXPECT_TRUE(WaitUntil([] { return !IsLibraryLoaded(); }));
     ::CloseHandle(thread);
     EXPECT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
 }

@@ -103,7 +103,7 @@ std::size_t Walk(Library lib, int number, const std::function<bool(int)>& goOn)
     std::map<std::string, std::set<std::string>> live;  // the variables that hold a handle, with its keys
     for (int step = 0; goOn(step); ++step) {
         const std::string variable(1, "abcd"[random() % 4]), key = std::to_string(number) + "abcdefgh"[random() % 8];
-        const std::string parameter = variable + ("." + key);
+        const std::string parameter = std::string(variable).append(".").append(key);
         const auto known = live.find(variable);
         const bool alive = known != live.end();
         std::string call, expected = alive ? "0" : "13";
@@ -128,7 +128,7 @@ std::size_t Walk(Library lib, int number, const std::function<bool(int)>& goOn)
                 expected = "0";
                 break;
             default:
-                call = parameter + ("=" + std::to_string(step));
+                call = std::string(parameter).append("=").append(std::to_string(step));
                 if (alive)
                     known->second.insert(key);
         }

@@ -137,7 +137,7 @@ void LeaveHandles(int round, const char* calls)
     lib.Play(calls);
     if (round % 3 == 2) {
         ::FreeLibrary(lib.module);
-        Check(calls[3] == '-' || !Library::IsLoaded(), "a thread was started in a module that is going away");
+        Check(calls[3] == '-' || !IsLibraryLoaded(), "a thread was started in a module that is going away");
     }
     Exit(round);
 }
