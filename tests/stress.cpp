@@ -133,7 +133,7 @@ std::size_t Walk(Library lib, int number, const std::function<bool(int)>& goOn)
                     known->second.insert(key);
         }
         const std::string result = lib.Play(call);
-        Check(result == expected, call + " gave " + result);
+        Check(result == expected, call.append(" gave ").append(result));
     }
     return live.size();
 }
