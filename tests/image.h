@@ -55,7 +55,7 @@ bool ReplaceImport(HMODULE module, const std::string& wanted, Function* replacem
 /** From now on the module can start no threads. Wine does not always survive an exit that interrupts one. */
 inline bool RefuseThreads(HMODULE module)
 {
-    decltype(&::CreateThread) const refuse = [](auto...) -> HANDLE { return nullptr; };
+    decltype(&::CreateThread) const refuse = [](auto...) { return HANDLE{}; };
     return ReplaceImport(module, "CreateThread", refuse);
 }
 
