@@ -218,6 +218,10 @@ int main(int argc, char** argv)
         process->second.run(count);
         return g_Failures == 0 ? 0 : 1;
     }
+    if (process == g_ProcessMoments.end() && moments.count(moment) == 0) {
+        std::fprintf(stderr, "usage: stress MOMENT COUNT\n");
+        return 2;
+    }
     std::printf("%-20s | %9d | ", moment.c_str(), count);
     if (process != g_ProcessMoments.end())
         RunProcesses(moment, process->second, count);
