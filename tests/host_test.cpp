@@ -49,9 +49,9 @@ TEST_F(HostTest, TheDllExportsEightNamesAndNeedsWindowsAlone)
         const bool known = std::count(windows.begin(), windows.end(), dll) == 1;
         EXPECT_TRUE(known || dll.rfind("api-ms-win-crt-", 0) == 0) << dll << " for " << name;
     });
-    constexpr int kHardened = IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA | IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE |
-                              IMAGE_DLLCHARACTERISTICS_NX_COMPAT;
-    EXPECT_EQ(Header(lib->module).DllCharacteristics & kHardened, kHardened);
+    const int hardened = IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA | IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE |
+                         IMAGE_DLLCHARACTERISTICS_NX_COMPAT | TARNEX_GUARD_CF * IMAGE_DLLCHARACTERISTICS_GUARD_CF;
+    EXPECT_EQ(Header(lib->module).DllCharacteristics & hardened, hardened);
     // The numbers of the version follow a header of 40 bytes.
     const HRSRC version = ::FindResourceW(lib->module, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
     ASSERT_NE(version, nullptr);
