@@ -200,7 +200,7 @@ void BenchThreads(const Calls& library, const Calls& byHand)
 
 void DeleteExpiredFiles(const std::wstring& folder)
 {
-    const FILETIME cutOff = {0, 0x01D80000};
+    const FILETIME cutOff = SecondsAgo(24 * 3600);
     WIN32_FIND_DATAW entry;
     const HANDLE search = ::FindFirstFileW((folder + L"\\Tarnex*.log").c_str(), &entry);
     if (search == INVALID_HANDLE_VALUE)
