@@ -44,7 +44,7 @@ TEST_F(HostTest, TheDllExportsEightNamesAndNeedsWindowsAlone)
     EXPECT_EQ(exports, (Lines{"tarnexCreateAuthHandle_3", "tarnexDeleteAuthHandle_3", "tarnexFlushLog_3",
                               "tarnexGetAPIVersion_3", "tarnexRemoveAuthParams_3", "tarnexSetAuthParams_3",
                               "tarnexSetLogLevel_3", "tarnexSetLogName_3"}));
-    ForEachImport(lib->module, [](const std::string& dll, const char* name, void**) {
+    ForEachImport(lib->module, [](const std::string& dll, const char* name, void*) {
         const Lines windows = {"ADVAPI32.dll", "KERNEL32.dll", "SHELL32.dll", "SHLWAPI.dll", "msvcrt.dll", "ntdll.dll"};
         const bool known = std::count(windows.begin(), windows.end(), dll) == 1;
         EXPECT_TRUE(known || dll.rfind("api-ms-win-crt-", 0) == 0) << dll << " for " << name;

@@ -7,6 +7,7 @@
 #include <psapi.h>
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 
 template <typename T>
@@ -29,11 +30,15 @@ void ForEachImport(HMODULE module, const Visitor& show)
     if (directory.Size == 0)
         return;
     for (auto* dll = At<IMAGE_IMPORT_DESCRIPTOR>(module, directory.VirtualAddress); dll->Name != 0; ++dll) {
-        const auto* names = At<IMAGE_THUNK_DATA64>(module, dll->OriginalFirstThunk);
-        for (auto* slot = At<void*>(module, dll->FirstThunk); names->u1.AddressOfData != 0; ++names, ++slot)
-            if (!IMAGE_SNAP_BY_ORDINAL64(names->u1.Ordinal))
-                show(At<char>(module, dll->Name), At<IMAGE_IMPORT_BY_NAME>(module, names->u1.AddressOfData)->Name,
-                     slot);
+        ULONGLONG name = 0;  // copied, because the tables of Wine's own modules are not aligned
+        for (std::size_t i = 0;; i += sizeof name) {
+            std::memcpy(&name, At<char>(module, dll->OriginalFirstThunk + i), sizeof name);
+            if (name == 0)
+                break;
+            if (!IMAGE_SNAP_BY_ORDINAL64(name))
+                show(At<char>(module, dll->Name), At<char>(module, name + sizeof(WORD)),
+                     At<void>(module, dll->FirstThunk + i));
+        }
     }
 }
 
@@ -42,10 +47,10 @@ template <typename Function>
 bool ReplaceImport(HMODULE module, const std::string& wanted, Function* replacement)
 {
     bool found = false;
-    ForEachImport(module, [&](const char*, const char* name, void** slot) {
+    ForEachImport(module, [&](const char*, const char* name, void* slot) {
         DWORD protection = 0;
-        if (wanted == name && ::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection)) {
-            *slot = reinterpret_cast<void*>(replacement);
+        if (wanted == name && ::VirtualProtect(slot, sizeof replacement, PAGE_READWRITE, &protection)) {
+            std::memcpy(slot, &replacement, sizeof replacement);
             found = true;
         }
     });
