@@ -13,7 +13,6 @@ endif()
 foreach(export IN LISTS exports)
     string(REGEX MATCH "Name: ([A-Za-z_0-9]+).*RVA: (0x[0-9A-F]+)" export "${export}")
     set(name ${CMAKE_MATCH_1})
-    # Without DWARF beside it.
     run(found ${SYMBOLIZER} --obj=${DLL} --relative-address ${CMAKE_MATCH_2})
     if(NOT found MATCHES "^${name}[^\n]*\n/Tarnex_3/src/api/Exports.cpp:[1-9]")
         message(FATAL_ERROR "${name}: ${found}")
