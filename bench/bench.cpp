@@ -200,7 +200,11 @@ void BenchThreads(const Calls& library, const Calls& byHand)
 
 void DeleteExpiredFiles(const std::wstring& folder)
 {
-    const FILETIME cutOff = SecondsAgo(24 * 3600);
+    FILETIME cutOff;
+    ::GetSystemTimeAsFileTime(&cutOff);
+    const LONGLONG dayAgo =
+        (static_cast<LONGLONG>(cutOff.dwHighDateTime) << 32 | cutOff.dwLowDateTime) - 24 * 3600 * 10'000'000LL;
+    cutOff = {static_cast<DWORD>(dayAgo), static_cast<DWORD>(dayAgo >> 32)};
     WIN32_FIND_DATAW entry;
     const HANDLE search = ::FindFirstFileW((folder + L"\\Tarnex*.log").c_str(), &entry);
     if (search == INVALID_HANDLE_VALUE)
@@ -212,13 +216,20 @@ void DeleteExpiredFiles(const std::wstring& folder)
     ::FindClose(search);
 }
 
+constexpr int kExpiredFiles = 10'000;
+
+void AddExpiredFiles(const LogFolder& folder)
+{
+    for (int i = 0; i < kExpiredFiles; ++i)
+        AddFile(folder.path / ("Tarnex-" + std::to_string(i) + "-old.log"), 100'000);
+}
+
 void BenchRetention(const LogFolder& folder)
 {
-    constexpr int kFiles = 10'000;
     Compare(
         "6 retention pass over 10,000 expired files", 1.10, 3,
         [&] {
-            folder.AddExpiredFiles(kFiles);
+            AddExpiredFiles(folder);
             Library library;
             TarnexAuthHandle none = nullptr;
             return Time([&] {
@@ -227,7 +238,7 @@ void BenchRetention(const LogFolder& folder)
             });
         },
         [&] {
-            folder.AddExpiredFiles(kFiles);
+            AddExpiredFiles(folder);
             return Time([&] {  // on a thread of its own, watched by this one, as on the other side
                 std::atomic<bool> done{false};
                 std::thread pass([&] {

@@ -2,53 +2,45 @@
 
 // What a host of the library needs to test it: the DLL by its exports, a log folder, and the log's lines.
 
-#include <tarnex_3.h>
-#include <windows.h>
-
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <latch>
 #include <map>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tarnex_loader.h"
+
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
-/** Polls until the condition holds; false when it does not within the limit. */
-inline bool WaitUntil(const std::function<bool()>& condition, int seconds = 30)
+/** Polls until the condition holds; false when it does not within half a minute. */
+inline bool WaitUntil(const std::function<bool()>& condition)
 {
-    const ULONGLONG end = ::GetTickCount64() + static_cast<ULONGLONG>(seconds) * 1000;
-    while (!condition()) {
-        if (::GetTickCount64() > end)
-            return false;
+    const ULONGLONG end = ::GetTickCount64() + 30'000;
+    while (!condition() && ::GetTickCount64() < end)
         ::Sleep(1);
-    }
-    return true;
+    return condition();
 }
 
 /** Runs the work on so many threads at once, which start together and are given their number. */
 inline void RunThreads(int count, const std::function<void(int)>& work)
 {
-    std::atomic<int> waiting{count};
-    std::vector<std::thread> threads;
-    threads.reserve(static_cast<std::size_t>(count));
+    std::latch start(count);
+    std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
         threads.emplace_back([&, number] {
-            for (--waiting; waiting > 0;)
-                std::this_thread::yield();
+            start.arrive_and_wait();
             work(number);
         });
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
 inline void SetEnv(const wchar_t* name, const std::wstring& value)
@@ -56,86 +48,81 @@ inline void SetEnv(const wchar_t* name, const std::wstring& value)
     ::_wputenv((std::wstring(name) + L"=" + value).c_str());
 }
 
+/** How often a test is to do its work, or how many seconds: TARNEX_TEST_COUNT, or else as usual. */
+inline int GetCount(int usual)
+{
+    const wchar_t* const count = ::_wgetenv(L"TARNEX_TEST_COUNT");
+    return count == nullptr ? usual : std::stoi(count);
+}
+
+inline std::string LocalTime()
+{
+    const std::time_t seconds = std::time(nullptr);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::localtime(&seconds));
+    return text;
+}
+
+/** When the test began, in a zone that is eleven and a half hours ahead of UTC, as all that it does. */
+inline const std::string kStart = (SetEnv(L"TZ", L"FAR-11:30"), ::_tzset(), LocalTime());
+
 inline std::string ProcessId()
 {
     return std::to_string(static_cast<int>(::GetCurrentProcessId()));
 }
 
-inline FILETIME SecondsAgo(int seconds)
+/** The text with something else in place of each such part. */
+inline std::string Replaced(std::string text, const std::string& part, const std::string& other)
 {
-    FILETIME now;
-    ::GetSystemTimeAsFileTime(&now);
-    const LONGLONG time =
-        (static_cast<LONGLONG>(now.dwHighDateTime) << 32 | now.dwLowDateTime) - seconds * 10'000'000LL;
-    return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += other.size())
+        text.replace(at, part.size(), other);
+    return text;
 }
 
-inline bool IsLibraryLoaded()
+/** An empty file, last written so many minutes ago. */
+inline void AddFile(const fs::path& file, int minutesAgo)
 {
-    return ::GetModuleHandleW(L"Tarnex_3.dll") != nullptr;
+    std::ofstream(file).close();
+    fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::minutes(minutesAgo));
 }
 
 /** The finished DLL, loaded the way a host loads it. */
-struct Library
+struct Library : TarnexLoader
 {
-    HMODULE module = ::LoadLibraryW(L"Tarnex_3.dll");
-
-    Library()
-    {
-        if (module == nullptr)
-            throw std::runtime_error("Tarnex_3.dll cannot be loaded");
-    }
-
-    template <typename Function>
-    Function* Find(const char* name) const
-    {
-        return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
-    }
-// NOLINTNEXTLINE(bugprone-macro-parentheses): name is the name of a member
-#define TARNEX_FIND(name) decltype(::name##_3)* name = Find<decltype(::name##_3)>(#name "_3")
-    TARNEX_FIND(tarnexGetAPIVersion);
-    TARNEX_FIND(tarnexCreateAuthHandle);
-    TARNEX_FIND(tarnexDeleteAuthHandle);
-    TARNEX_FIND(tarnexSetAuthParams);
-    TARNEX_FIND(tarnexRemoveAuthParams);
-    TARNEX_FIND(tarnexSetLogName);
-    TARNEX_FIND(tarnexSetLogLevel);
-    TARNEX_FIND(tarnexFlushLog);
-#undef TARNEX_FIND
-
     /** Handle variables with names of one letter. */
     std::map<char, TarnexAuthHandle> variables;
 
     /**
      * Makes calls given as words and returns their results: "+a" creates a handle in the variable a and "-a" deletes
-     * it, "a.k=v" sets a parameter and "a.k" removes it, "@3" sets the log's level, "#x" its name, "!" flushes it.
+     * it, "a.k=v" sets a parameter and "a.k" removes it (a null one where it says NULL), "@3" sets the log's level,
+     * "#x" its name, "!" flushes it.
      */
     std::string Play(const std::string& calls)
     {
+        const auto text = [](const std::string& word) { return word == "NULL" ? nullptr : word.c_str(); };
         std::string word, results;
         for (std::istringstream words(calls); words >> word;) {
-            const std::string rest = word.substr(1), key = rest.substr(rest.find('.') + 1);
-            const std::size_t equals = key.find('=');
+            const std::string rest = word.substr(1), parameter = rest.substr(rest.find('.') + 1),
+                              key = parameter.substr(0, parameter.find('=')),
+                              value = parameter.substr(parameter.find('=') + 1);
             TarnexAuthHandle* const variable = &variables[word.find_first_of("+-") == 0 ? rest[0] : word[0]];
-            const TarnexResult result =
-                word[0] == '+'   ? tarnexCreateAuthHandle(variable)
-                : word[0] == '-' ? tarnexDeleteAuthHandle(variable)
-                : word[0] == '@' ? tarnexSetLogLevel(static_cast<uint32_t>(std::stoll(rest)))
-                : word[0] == '#' ? tarnexSetLogName(rest.c_str())
-                : word[0] == '!' ? tarnexFlushLog()
-                : equals == std::string::npos
-                    ? tarnexRemoveAuthParams(variable, key.c_str())
-                    : tarnexSetAuthParams(variable, key.substr(0, equals).c_str(), key.substr(equals + 1).c_str());
+            const TarnexResult result = word[0] == '+'     ? tarnexCreateAuthHandle(variable)
+                                        : word[0] == '-'   ? tarnexDeleteAuthHandle(variable)
+                                        : word[0] == '@'   ? tarnexSetLogLevel(static_cast<uint32_t>(std::stoll(rest)))
+                                        : word[0] == '#'   ? tarnexSetLogName(rest.c_str())
+                                        : word[0] == '!'   ? tarnexFlushLog()
+                                        : key == parameter ? tarnexRemoveAuthParams(variable, text(key))
+                                                           : tarnexSetAuthParams(variable, text(key), text(value));
             results += (results.empty() ? "" : " ") + std::to_string(result);
         }
         return results;
     }
 
     /** Unloads it and waits for the retention pass, which keeps the module for as long as it runs. */
-    bool Unload()
+    bool Unload() const
     {
-        ::FreeLibrary(module);
-        return WaitUntil([] { return !IsLibraryLoaded(); });
+        TarnexLoader::Unload();
+        return WaitUntil([] { return ::GetModuleHandleW(L"Tarnex_3.dll") == nullptr; });
     }
 };
 
@@ -160,69 +147,34 @@ struct LogFolder
     Lines Files() const
     {
         Lines names;
-        for (const auto& entry : fs::directory_iterator(path)) {
-            const std::u8string utf8 = entry.path().filename().u8string();
-            std::string name(utf8.begin(), utf8.end());
-            for (const char* end : {".", "-"})
-                if (const auto at = name.find("-" + ProcessId() + end); at != std::string::npos)
-                    name.replace(at + 1, ProcessId().size(), "PID");
-            names.push_back(std::move(name));
+        for (const auto& entry : fs::recursive_directory_iterator(path)) {
+            const std::u8string name = entry.path().lexically_relative(path).generic_u8string();
+            names.push_back(Replaced({name.begin(), name.end()}, "-" + ProcessId(), "-PID"));
         }
         std::sort(names.begin(), names.end());
         return names;
     }
 
-    /** An empty file, last written so many minutes ago. */
-    void AddFile(const std::string& name, int minutesAgo = 0) const
-    {
-        const FILETIME written = SecondsAgo(minutesAgo * 60);
-        const HANDLE file = ::CreateFileW((path / name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-        ::SetFileTime(file, nullptr, nullptr, &written);
-        ::CloseHandle(file);
-    }
-
-    /** So many log files that the next retention pass deletes. */
-    void AddExpiredFiles(int count) const
-    {
-        for (int i = 0; i < count; ++i)
-            AddFile("Tarnex-" + std::to_string(i) + "-old.log", 100'000);
-    }
-
-    fs::path LogPath(const std::string& custom = "") const
-    {
-        return path / ("Tarnex" + custom + "-" + ProcessId() + ".log");
-    }
+    fs::path LogPath() const { return path / ("Tarnex-" + ProcessId() + ".log"); }
 };
 
 /**
- * The file's lines without their time, as in "[E] text". A line that is not whole reads "torn: ...", and a file
- * that cannot be opened reads as a line that says so.
+ * The file's lines without their time, as in "[E] text". A line that is not whole, or not of the time since the test
+ * began, reads "torn: ...". A file that cannot be opened has none.
  */
 inline Lines ReadLog(const fs::path& path)
 {
     std::ifstream file(path, std::ios::binary);
-    if (!file)
-        return {"no file " + path.string()};
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::string shape = "dddd-dd-dd dd:dd:dd.ddd [";
-    const auto fits = [](char want, char have) { return want == 'd' ? have >= '0' && have <= '9' : want == have; };
+    const std::string text{std::istreambuf_iterator<char>(file), {}}, now = LocalTime();
     Lines lines;
     for (std::size_t begin = 0, end; begin < text.size(); begin = end + 2) {
-        end = text.find("\r\n", begin);
-        const bool whole = end != std::string::npos && end - begin > shape.size() + 3 &&
-                           std::equal(shape.begin(), shape.end(), text.begin() + static_cast<long>(begin), fits);
-        end = std::min(end, text.size());
-        lines.push_back(whole ? text.substr(begin + 24, end - begin - 24) : "torn: " + text.substr(begin, end - begin));
+        end = std::min(text.find("\r\n", begin), text.size());
+        const std::string line = text.substr(begin, end - begin), time = line.substr(0, now.size());
+        const bool whole = end < text.size() && line.size() > 28 && time >= kStart && time <= now && line[19] == '.' &&
+                           line.compare(23, 2, " [") == 0;
+        lines.push_back(whole ? line.substr(24) : "torn: " + line);
     }
     return lines;
-}
-
-/** A handle value as log lines show it. */
-inline std::string Hex(TarnexAuthHandle handle)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "0x%llx", reinterpret_cast<unsigned long long>(handle));
-    return text;
 }
 
 /** What the log begins with when the first message is about a handle that is null. */
@@ -232,3 +184,19 @@ inline Lines FirstMessage(const std::string& level)
 }
 
 inline const std::string kLeftBehind = "[D] ~CSession() for (auto h : m_Handles)";
+
+/** A transcript, and how it reads when what its lines with "> " say is done again and what comes of it written down. */
+inline std::pair<std::string, std::string> Replay(const std::string& name,
+                                                  const std::function<std::string(const std::string&)>& step)
+{
+    std::ifstream transcript("transcripts/" + name + ".txt");
+    std::string before, after, line;
+    while (std::getline(transcript, line)) {
+        before += line + "\n";
+        if (line.empty() || line[0] == '#' || line[0] == '>')
+            after += line + "\n";
+        if (line[0] == '>')
+            after += step(line.substr(2));
+    }
+    return {before, after};
+}

@@ -23,5 +23,6 @@ endforeach()
 
 set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/prefix/lib/pkgconfig)
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR}/consumer -B ${WORK}/build -G Ninja
-    -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DTarnex_3_DIR=${WORK}/prefix/lib/cmake/Tarnex_3)
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DTarnex_3_DIR=${WORK}/prefix/lib/cmake/Tarnex_3
+    -DEXAMPLES=${WORK}/prefix/examples)
 run(${CMAKE_COMMAND} --build ${WORK}/build)
