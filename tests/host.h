@@ -10,7 +10,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <latch>
 #include <map>
 #include <sstream>
 #include <string>
@@ -34,11 +33,12 @@ inline bool WaitUntil(const std::function<bool()>& condition)
 /** Runs the work on so many threads at once, which start together and are given their number. */
 inline void RunThreads(int count, const std::function<void(int)>& work)
 {
-    std::latch start(count);
+    std::atomic<int> waiting{count};  // std::latch of GCC 12 loses a wake-up now and then
     std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
         threads.emplace_back([&, number] {
-            start.arrive_and_wait();
+            for (--waiting; waiting > 0;)
+                std::this_thread::yield();
             work(number);
         });
 }
@@ -77,6 +77,12 @@ inline std::string Replaced(std::string text, const std::string& part, const std
     for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += other.size())
         text.replace(at, part.size(), other);
     return text;
+}
+
+/** The text with this process's id shown as PID where it ends a part of a file's name. */
+inline std::string WithoutId(const std::string& text)
+{
+    return Replaced(Replaced(text, "-" + ProcessId() + ".", "-PID."), "-" + ProcessId() + "-", "-PID-");
 }
 
 /** An empty file, last written so many minutes ago. */
@@ -149,7 +155,7 @@ struct LogFolder
         Lines names;
         for (const auto& entry : fs::recursive_directory_iterator(path)) {
             const std::u8string name = entry.path().lexically_relative(path).generic_u8string();
-            names.push_back(Replaced({name.begin(), name.end()}, "-" + ProcessId(), "-PID"));
+            names.push_back(WithoutId({name.begin(), name.end()}));
         }
         std::sort(names.begin(), names.end());
         return names;

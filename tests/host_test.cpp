@@ -13,7 +13,8 @@ namespace {
 
 // What the system tells the library.
 fs::path g_AppData;
-std::string g_Refused, g_Refusals;
+std::string g_Refused;
+std::ostringstream g_Refusals;
 DWORD g_Reason = 0;
 std::atomic<int> g_Locks{0};
 
@@ -28,10 +29,8 @@ HANDLE WINAPI CreateOrRefuse(LPCWSTR name, DWORD access, DWORD sharing, LPSECURI
 {
     if (!fs::path(name).string().ends_with(g_Refused))
         return ::CreateFileW(name, access, sharing, security, disposition, flags, like);
-    std::ostringstream refusal;
-    refusal << "refused " << fs::path(name).string() << std::hex << " " << access << " " << sharing << " "
-            << disposition << " " << flags << "\n";
-    g_Refusals += refusal.str();
+    g_Refusals << "refused " << fs::path(name).string() << std::hex << " " << access << " " << sharing << " "
+               << disposition << " " << flags << "\n";
     ::SetLastError(g_Reason);
     return INVALID_HANDLE_VALUE;
 }
@@ -97,14 +96,20 @@ struct Host
                 outcome = "raised\n";
             }
         }
-        outcome = Hidden(outcome + std::exchange(g_Refusals, "") + Files());
+        outcome += g_Refusals.str() + Files();
+        g_Refusals.str("");
+        for (const auto& [name, handle] : lib ? lib->variables : std::map<char, TarnexAuthHandle>()) {
+            std::ostringstream value;
+            value << "[0x" << std::hex << reinterpret_cast<std::uintptr_t>(handle) << "]";
+            outcome = handle == nullptr ? outcome : Replaced(outcome, value.str(), std::string("[") + name + "]");
+        }
         if (verb == "unload") {
             ::CloseHandle(std::exchange(held, nullptr));
             shown.clear();
             for (const auto& entry : fs::directory_iterator(folder.path))
                 fs::remove_all(entry);
         }
-        return outcome;
+        return WithoutId(Replaced(outcome, folder.path.string(), "DIR"));
     }
 
     std::string Files()
@@ -125,16 +130,6 @@ struct Host
                 news += lines[next++] + "\n";
         }
         return news;
-    }
-
-    std::string Hidden(std::string text)
-    {
-        for (const auto& [name, handle] : lib ? lib->variables : std::map<char, TarnexAuthHandle>()) {
-            std::ostringstream value;
-            value << "[0x" << std::hex << reinterpret_cast<std::uintptr_t>(handle) << "]";
-            text = handle == nullptr ? text : Replaced(text, value.str(), std::string("[") + name + "]");
-        }
-        return Replaced(Replaced(text, folder.path.string(), "DIR"), "-" + ProcessId(), "-PID");
     }
 };
 
