@@ -35,6 +35,7 @@ inline void RunThreads(int count, const std::function<void(int)>& work)
 {
     std::atomic<int> waiting{count};  // std::latch of GCC 12 loses a wake-up now and then
     std::vector<std::jthread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int number = 0; number < count; ++number)
         threads.emplace_back([&, number] {
             for (--waiting; waiting > 0;)
@@ -199,9 +200,9 @@ inline std::pair<std::string, std::string> Replay(const std::string& name,
     std::string before, after, line;
     while (std::getline(transcript, line)) {
         before += line + "\n";
-        if (line.empty() || line[0] == '#' || line[0] == '>')
+        if (line.empty() || line[0] == '#' || line.starts_with("> "))
             after += line + "\n";
-        if (line[0] == '>')
+        if (line.starts_with("> "))
             after += step(line.substr(2));
     }
     return {before, after};

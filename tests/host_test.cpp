@@ -85,10 +85,10 @@ struct Host
             g_Reason = static_cast<DWORD>(std::atoi(detail.c_str()));
         } else if (verb == "appdata") {
             g_AppData = object;
-        } else if (verb == "locks") {  // that these calls take
-            g_Locks = 0;
-            outcome = lib->Play(step.substr(verb.size())) + " with ";
-            outcome += std::to_string(g_Locks) + "\n";
+        } else if (verb == "count") {  // the locks that these calls take, and the threads that they start
+            g_Locks = g_ThreadsRefused = 0;
+            outcome = lib->Play(step.substr(verb.size()));
+            outcome += " with " + std::to_string(g_Locks) + " and " + std::to_string(g_ThreadsRefused) + "\n";
         } else {
             try {
                 outcome = lib->Play(step) + "\n";

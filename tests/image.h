@@ -37,10 +37,13 @@ bool ReplaceImport(HMODULE module, const std::string& wanted, Function* replacem
     return found;
 }
 
+/** Counts what RefuseThreads refuses. */
+inline std::atomic<int> g_ThreadsRefused{0};
+
 /** From now on the module can start no threads. Wine does not always survive an exit that interrupts one. */
 inline bool RefuseThreads(HMODULE module)
 {
-    decltype(&::CreateThread) const refuse = [](auto...) { return HANDLE{}; };
+    decltype(&::CreateThread) const refuse = [](auto...) { return ++g_ThreadsRefused, HANDLE{}; };
     return ReplaceImport(module, "CreateThread", refuse);
 }
 

@@ -30,7 +30,7 @@ std::vector<std::size_t> GetUsage()
 void Reload(int count, int files)
 {
     const LogFolder folder;
-    std::vector<std::size_t> half;
+    std::vector<std::size_t> half(3);
     for (int round = 0; round < count; ++round) {
         for (int i = 0; i < files; ++i)
             AddFile(folder.path / ("Tarnex-" + std::to_string(i) + "-old.log"), 100'000);
