@@ -52,8 +52,8 @@ inline bool WatchLocks(HMODULE module, void (*watch)())
 {
     static void (*called)();
     called = watch;
-    using Question = BOOLEAN(NTAPI)();
-    Question* const hook = []() -> BOOLEAN {
+    using Question = BOOLEAN(NTAPI*)();
+    const Question hook = []() -> BOOLEAN {
         static const FARPROC original = ::GetProcAddress(::GetModuleHandleW(L"ntdll"), "RtlDllShutdownInProgress");
         called();
         return static_cast<BOOLEAN>(original());
