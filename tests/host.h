@@ -165,10 +165,7 @@ struct LogFolder
     fs::path LogPath() const { return path / ("Tarnex-" + ProcessId() + ".log"); }
 };
 
-/**
- * The file's lines without their time, as in "[E] text". A line that is not whole, or not of the time since the test
- * began, reads "torn: ...". A file that cannot be opened has none.
- */
+/** The lines without their time, as in "[E] text"; as "torn: ..." when not whole, or not of the time of this test. */
 inline Lines ReadLog(const fs::path& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -197,12 +194,13 @@ inline std::pair<std::string, std::string> Replay(const std::string& name,
                                                   const std::function<std::string(const std::string&)>& step)
 {
     std::ifstream transcript("transcripts/" + name + ".txt");
-    std::string before, after, line;
+    std::string before = transcript ? "" : "no transcript " + name, after, line;
     while (std::getline(transcript, line)) {
+        const bool isStep = line.starts_with("> ");
         before += line + "\n";
-        if (line.empty() || line[0] == '#' || line.starts_with("> "))
+        if (line.empty() || line[0] == '#' || isStep)
             after += line + "\n";
-        if (line.starts_with("> "))
+        if (isStep)
             after += step(line.substr(2));
     }
     return {before, after};

@@ -139,7 +139,6 @@ TEST(HostTest, TheTranscriptsComeOutTheSame)
         Host host;
         const auto [before, after] = Replay(name, [&](const std::string& step) { return host.Do(step); });
         EXPECT_EQ(after, before);
-        EXPECT_NE(before, "") << name;
     }
 }
 

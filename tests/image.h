@@ -61,9 +61,8 @@ inline bool WatchLocks(HMODULE module, void (*watch)())
     return ReplaceImport(module, "RtlDllShutdownInProgress", hook);
 }
 
-// What becomes of writing to files once it is watched.
+/** Whether watched writing to files fails. */
 inline std::atomic<bool> g_DiskIsFull{false};
-inline void (*g_AfterWriting)() = nullptr;
 
 /**
  * Watches writing to files, wherever the C runtime that writes the log may be; the function is called after each.
@@ -71,12 +70,13 @@ inline void (*g_AfterWriting)() = nullptr;
  */
 inline bool WatchWrites(void (*watch)())
 {
-    g_AfterWriting = watch;
+    static void (*called)();
+    called = watch;
     decltype(&::WriteFile) const hook = [](HANDLE file, auto data, auto size, auto written, auto late) -> BOOL {
         if (g_DiskIsFull && ::GetFileType(file) == FILE_TYPE_DISK)
             return FALSE;
         const BOOL result = ::WriteFile(file, data, size, written, late);
-        g_AfterWriting();
+        called();
         return result;
     };
     HMODULE modules[256];

@@ -6,6 +6,7 @@
 #include "host.h"
 #include "logging/Retention.h"
 #include "platform/Environment.h"
+#include "platform/ScopedHandle.h"
 #include "platform/Text.h"
 
 namespace {
@@ -30,6 +31,15 @@ TEST(Text, AnIntegerIsWholeAndFitsIn32Bits)
         EXPECT_EQ(ParseInteger(text), std::stoi(text));
     for (const std::string text : {"42 ", "4x", "0x10", "", "  ", "x", "+-1", "2147483648", "-2147483649"})
         EXPECT_EQ(ParseInteger(text), std::nullopt);
+}
+
+TEST(ScopedHandle, TheNumberOfARedirectedFileIsThatOfNothing)
+{
+    const HANDLE below = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    const HANDLE file = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    ::CloseHandle(below);  // a number that the system may prefer
+    RedirectToNothing(file);
+    EXPECT_EQ(::GetFileType(file), static_cast<DWORD>(FILE_TYPE_CHAR));
 }
 
 TEST(Retention, TheCutOffWrapsAt32Bits)

@@ -70,8 +70,9 @@ std::ptrdiff_t Walk(Library lib, int number, int steps, int seconds)
     std::set<std::string> model;  // the variables that hold a handle, as in "a", and their parameters, as in "a.k"
     for (int step = 0; step < steps || ::GetTickCount64() < end; ++step) {
         const std::string variable(1, "abcd"[random() % 4]), value = std::to_string(step);
-        std::string call = variable + "." + std::to_string(number) + "abcdefgh"[random() % 8], expected = "0";
         const bool alive = model.count(variable) != 0;
+        std::string call = variable + "." + std::to_string(number) + "abcdefgh"[random() % 8],
+                    expected = alive ? "0" : "13";
         switch (random() % 6) {
             case 0:
                 call = "+" + variable;
@@ -79,20 +80,19 @@ std::ptrdiff_t Walk(Library lib, int number, int steps, int seconds)
                 break;
             case 1:
                 call = "-" + variable;
-                expected = alive ? "0" : "13";
                 std::erase_if(model, [&](const std::string& name) { return name[0] == variable[0]; });
                 break;
             case 2:
-                expected = !alive ? "13" : model.erase(call) != 0 ? "0" : "16";
+                expected = alive && model.erase(call) == 0 ? "16" : expected;
                 break;
             case 3:
                 shown[number] = lib.variables[variable[0]];
                 lib.variables['x'] = shown[random() % 8];
                 lib.Play("x.x=" + value + " x.x");
                 call = random() % 64 == 0 ? "@" + std::to_string(random() % 7) : "!";
+                expected = "0";
                 break;
             default:
-                expected = alive ? "0" : "13";
                 if (alive)
                     model.insert(call);
                 call += "=" + value;

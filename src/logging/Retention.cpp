@@ -47,12 +47,9 @@ void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const 
 
     WIN32_FIND_DATAW entry;
     const CSearchHandle search(::FindFirstFileW((folder + prefix + L"*." + extension).c_str(), &entry));
-    if (!search.IsOpen())
-        return;
-    do {
+    for (bool found = search.IsOpen(); found; found = ::FindNextFileW(search.Get(), &entry) != FALSE)
         if (::CompareFileTime(&entry.ftLastWriteTime, &cutOffTime) < 0)
             ::DeleteFileW((folder + L'\\' + entry.cFileName).c_str());
-    } while (::FindNextFileW(search.Get(), &entry));
 }
 
 std::int64_t GetCutOffTime(std::int64_t now, int hours) noexcept
