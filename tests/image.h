@@ -37,7 +37,6 @@ bool ReplaceImport(HMODULE module, const std::string& wanted, Function* replacem
     return found;
 }
 
-/** Counts what RefuseThreads refuses. */
 inline std::atomic<int> g_ThreadsRefused{0};
 
 /** From now on the module can start no threads. Wine does not always survive an exit that interrupts one. */
@@ -61,7 +60,6 @@ inline bool WatchLocks(HMODULE module, void (*watch)())
     return ReplaceImport(module, "RtlDllShutdownInProgress", hook);
 }
 
-/** Whether watched writing to files fails. */
 inline std::atomic<bool> g_DiskIsFull{false};
 
 /**
