@@ -16,6 +16,10 @@ struct TarnexLoader
 {
     HMODULE module = ::LoadLibraryW(L"Tarnex_3.dll");
 
+    /** The clean-up of old log files may keep the library loaded a little longer, until it is over. */
+    void Unload() const { ::FreeLibrary(module); }
+
+    /** The export of that name, with the type that the header gives it. */
     template <typename Function>
     Function* Find(const char* name) const
     {
@@ -24,6 +28,7 @@ struct TarnexLoader
             throw std::runtime_error(std::string("Tarnex_3.dll: no ") + name);
         return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
     }
+
 // NOLINTNEXTLINE(bugprone-macro-parentheses): name is the name of a member
 #define TARNEX_FIND(name) decltype(::name##_3)* name = Find<decltype(::name##_3)>(#name "_3")
     TARNEX_FIND(tarnexGetAPIVersion);
@@ -35,10 +40,4 @@ struct TarnexLoader
     TARNEX_FIND(tarnexSetLogLevel);
     TARNEX_FIND(tarnexFlushLog);
 #undef TARNEX_FIND
-
-    /** The clean-up of old log files may keep the library loaded a little longer, until it is over. */
-    void Unload() const
-    {
-        ::FreeLibrary(module);
-    }
 };
