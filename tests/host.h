@@ -67,10 +67,7 @@ inline std::string LocalTime()
 /** When the test began, in a zone that is eleven and a half hours ahead of UTC, as all that it does. */
 inline const std::string kStart = (SetEnv(L"TZ", L"FAR-11:30"), ::_tzset(), LocalTime());
 
-inline std::string ProcessId()
-{
-    return std::to_string(static_cast<int>(::GetCurrentProcessId()));
-}
+inline const std::string kProcessId = std::to_string(static_cast<int>(::GetCurrentProcessId()));
 
 /** The text with something else in place of each such part. */
 inline std::string Replaced(std::string text, const std::string& part, const std::string& other)
@@ -83,7 +80,7 @@ inline std::string Replaced(std::string text, const std::string& part, const std
 /** The text with this process's id shown as PID where it ends a part of a file's name. */
 inline std::string WithoutId(const std::string& text)
 {
-    return Replaced(Replaced(text, "-" + ProcessId() + ".", "-PID."), "-" + ProcessId() + "-", "-PID-");
+    return Replaced(Replaced(text, "-" + kProcessId + ".", "-PID."), "-" + kProcessId + "-", "-PID-");
 }
 
 /** An empty file, last written so many minutes ago. */
@@ -136,7 +133,7 @@ struct Library : TarnexLoader
 /** A new folder for log files, in force for libraries loaded afterwards; removed at the end. */
 struct LogFolder
 {
-    fs::path path = fs::temp_directory_path() / ("tarnex-" + ProcessId());
+    fs::path path = fs::temp_directory_path() / ("tarnex-" + kProcessId);
 
     LogFolder()
     {
@@ -162,7 +159,7 @@ struct LogFolder
         return names;
     }
 
-    fs::path LogPath() const { return path / ("Tarnex-" + ProcessId() + ".log"); }
+    fs::path LogPath() const { return path / ("Tarnex-" + kProcessId + ".log"); }
 };
 
 /** The lines without their time, as in "[E] text"; as "torn: ..." when not whole, or not of the time of this test. */
@@ -181,12 +178,7 @@ inline Lines ReadLog(const fs::path& path)
     return lines;
 }
 
-/** What the log begins with when the first message is about a handle that is null. */
-inline Lines FirstMessage(const std::string& level)
-{
-    return {"[O] Created Tarnex Logger level [" + level + "]", "[E] CreateAuthHandle() hAuth=[0x0] was not found"};
-}
-
+inline const std::string kNoHandle = "[E] CreateAuthHandle() hAuth=[0x0] was not found";
 inline const std::string kLeftBehind = "[D] ~CSession() for (auto h : m_Handles)";
 
 /** A transcript, and how it reads when what its lines with "> " say is done again and what comes of it written down. */

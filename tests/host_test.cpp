@@ -49,7 +49,7 @@ struct Host
      */
     std::string Do(std::string step)
     {
-        step = Replaced(Replaced(step, "PID", ProcessId()), "DIR", folder.path.string());
+        step = Replaced(Replaced(step, "PID", kProcessId), "DIR", folder.path.string());
         std::istringstream words(step);
         std::string verb, object, detail, hours;
         words >> verb >> object >> detail >> hours;
@@ -122,7 +122,7 @@ struct Host
             return gone;
         });
         for (const std::string& name : files) {
-            const std::string real = Replaced(name, "PID", ProcessId());
+            const std::string real = Replaced(name, "PID", kProcessId);
             const Lines lines = ReadLog(folder.path / std::u8string(real.begin(), real.end()));
             if (shown.count(name) == 0)
                 news += name + "\n";

@@ -39,7 +39,7 @@ void Reload(int count, int files)
         EXPECT_TRUE(files == 0 || folder.Files().size() > 3) << "the call has waited for the clean-up";
         ASSERT_TRUE(lib.Unload());
         ASSERT_EQ(folder.Files(), Lines{"Tarnex-PID.log"});
-        ASSERT_EQ(ReadLog(folder.LogPath()), FirstMessage("error"));
+        ASSERT_EQ(ReadLog(folder.LogPath()), (Lines{"[O] Created Tarnex Logger level [error]", kNoHandle}));
         fs::remove(folder.LogPath());
         if (round == count / 2)
             half = GetUsage();
