@@ -203,7 +203,7 @@ void DeleteExpiredFiles(const std::wstring& folder)
     FILETIME cutOff;
     ::GetSystemTimeAsFileTime(&cutOff);
     const LONGLONG dayAgo =
-        (static_cast<LONGLONG>(cutOff.dwHighDateTime) << 32 | cutOff.dwLowDateTime) - 24 * 3600 * 10'000'000LL;
+        (static_cast<LONGLONG>(cutOff.dwHighDateTime) << 32 | cutOff.dwLowDateTime) - 24LL * 3600 * 10'000'000;
     cutOff = {static_cast<DWORD>(dayAgo), static_cast<DWORD>(dayAgo >> 32)};
     WIN32_FIND_DATAW entry;
     const HANDLE search = ::FindFirstFileW((folder + L"\\Tarnex*.log").c_str(), &entry);
