@@ -216,20 +216,13 @@ void DeleteExpiredFiles(const std::wstring& folder)
     ::FindClose(search);
 }
 
-constexpr int kExpiredFiles = 10'000;
-
-void AddExpiredFiles(const LogFolder& folder)
-{
-    for (int i = 0; i < kExpiredFiles; ++i)
-        AddFile(folder.path / ("Tarnex-" + std::to_string(i) + "-old.log"), 100'000);
-}
-
 void BenchRetention(const LogFolder& folder)
 {
+    constexpr int kFiles = 10'000;
     Compare(
         "6 retention pass over 10,000 expired files", 1.10, 3,
         [&] {
-            AddExpiredFiles(folder);
+            folder.AddExpiredFiles(kFiles);
             Library library;
             TarnexAuthHandle none = nullptr;
             return Time([&] {
@@ -238,7 +231,7 @@ void BenchRetention(const LogFolder& folder)
             });
         },
         [&] {
-            AddExpiredFiles(folder);
+            folder.AddExpiredFiles(kFiles);
             return Time([&] {  // on a thread of its own, watched by this one, as on the other side
                 std::atomic<bool> done{false};
                 std::thread pass([&] {

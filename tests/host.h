@@ -140,6 +140,7 @@ struct LogFolder
         fs::remove_all(path);
         fs::create_directories(path);
         SetEnv(L"TARNEX_LOG_DIR", path.wstring());
+        SetEnv(L"TARNEX_LOG_LEVEL", L"");
     }
     ~LogFolder()
     {
@@ -157,6 +158,13 @@ struct LogFolder
         }
         std::sort(names.begin(), names.end());
         return names;
+    }
+
+    /** So many log files that the next retention pass deletes. */
+    void AddExpiredFiles(int count) const
+    {
+        for (int i = 0; i < count; ++i)
+            AddFile(path / ("Tarnex-" + std::to_string(i) + "-old.log"), 100'000);
     }
 
     fs::path LogPath() const { return path / ("Tarnex-" + kProcessId + ".log"); }

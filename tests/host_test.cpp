@@ -98,11 +98,12 @@ struct Host
         }
         outcome += g_Refusals.str() + Files();
         g_Refusals.str("");
-        for (const auto& [name, handle] : lib ? lib->variables : std::map<char, TarnexAuthHandle>()) {
-            std::ostringstream value;
-            value << "[0x" << std::hex << reinterpret_cast<std::uintptr_t>(handle) << "]";
-            outcome = handle == nullptr ? outcome : Replaced(outcome, value.str(), std::string("[") + name + "]");
-        }
+        if (lib)
+            for (const auto& [name, handle] : lib->variables) {
+                std::ostringstream value;
+                value << "[0x" << std::hex << reinterpret_cast<std::uintptr_t>(handle) << "]";
+                outcome = handle == nullptr ? outcome : Replaced(outcome, value.str(), std::string("[") + name + "]");
+            }
         if (verb == "unload") {
             ::CloseHandle(std::exchange(held, nullptr));
             shown.clear();

@@ -21,20 +21,17 @@ protected:
     /** Ends the process in one of the two ways there are. */
     void Exit() const { round % 2 == 0 ? ::ExitProcess(HasFailure()) : std::exit(HasFailure()); }
 
-    /** Runs a process for each round. */
+    /** Runs a process for each round, from the folder of the program. */
     void RunProcesses(int usual, const std::function<void(const Lines&)>& check)
     {
-        SetEnv(L"TARNEX_LOG_LEVEL", L"");
-        wchar_t program[MAX_PATH];
-        ::GetModuleFileNameW(nullptr, program, MAX_PATH);
-        const fs::path test = testing::UnitTest::GetInstance()->current_test_info()->name();
-        const std::wstring filter = L"--gtest_filter=ProcessTest." + test.wstring();
+        const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
+        const std::string filter = std::string("--gtest_filter=ProcessTest.") + test->name();
         for (round = 0; round < GetCount(usual); ++round) {
             const LogFolder folder;
             SetEnv(L"TARNEX_TEST_ROUND", std::to_wstring(round));
             std::intptr_t code = -1;  // Wine fails to start one in some thousands, also those without the library
             for (int attempt = 0; attempt < 3 && code == -1; ++attempt)
-                code = ::_wspawnl(_P_WAIT, program, L"host_test", filter.c_str(), nullptr);
+                code = ::_spawnl(_P_WAIT, "host_test.exe", "host_test", filter.c_str(), nullptr);
             EXPECT_EQ(code, 0) << "in round " << round;
             const Lines files = folder.Files();
             EXPECT_LE(files.size(), 1u);

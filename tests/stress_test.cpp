@@ -32,8 +32,7 @@ void Reload(int count, int files)
     const LogFolder folder;
     std::vector<std::size_t> half(3);
     for (int round = 0; round < count; ++round) {
-        for (int i = 0; i < files; ++i)
-            AddFile(folder.path / ("Tarnex-" + std::to_string(i) + "-old.log"), 100'000);
+        folder.AddExpiredFiles(files);
         Library lib;
         EXPECT_EQ(lib.Play("+a +b -0 a.k=" + std::string(50'000, 'x')), "0 0 13 0");
         EXPECT_TRUE(files == 0 || folder.Files().size() > 3) << "the call has waited for the clean-up";
@@ -52,7 +51,7 @@ void Reload(int count, int files)
 
 TEST(Stress, UnloadDuringPass)
 {
-    Reload(GetCount(1), 2000);
+    Reload(GetCount(1), 4000);
 }
 
 TEST(Stress, Reload)
