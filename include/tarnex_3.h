@@ -32,7 +32,18 @@
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
 
+#ifndef _WIN64
+#error "Tarnex 3 is a library for 64-bit Windows: compile for that target."
+#endif
+
 #include <stdint.h>
+
+/* The version of this header, as text and as numbers for #if. tarnexGetAPIVersion_3 tells that of the DLL. */
+#define TARNEX_3_VERSION "3.1.1.43"
+#define TARNEX_3_VERSION_MAJOR 3
+#define TARNEX_3_VERSION_MINOR 1
+#define TARNEX_3_VERSION_PATCH 1
+#define TARNEX_3_VERSION_BUILD 43
 
 #if defined(TARNEX_3_BUILDING)
 #define TARNEX_API
@@ -171,6 +182,16 @@ TARNEX_API TarnexResult tarnexSetLogLevel_3(uint32_t level);
  * yet, or the log could not be created.
  */
 TARNEX_API TarnexResult tarnexFlushLog_3(void);
+
+/* The types of the functions, for hosts that load the library at run time and find each function by its name. */
+typedef TarnexResult (*PFN_tarnexGetAPIVersion_3)(const char** ppVersion);
+typedef TarnexResult (*PFN_tarnexCreateAuthHandle_3)(TarnexAuthHandle* phAuth);
+typedef TarnexResult (*PFN_tarnexDeleteAuthHandle_3)(TarnexAuthHandle* phAuth);
+typedef TarnexResult (*PFN_tarnexSetAuthParams_3)(TarnexAuthHandle* phAuth, const char* key, const char* value);
+typedef TarnexResult (*PFN_tarnexRemoveAuthParams_3)(TarnexAuthHandle* phAuth, const char* key);
+typedef TarnexResult (*PFN_tarnexSetLogName_3)(const char* name);
+typedef TarnexResult (*PFN_tarnexSetLogLevel_3)(uint32_t level);
+typedef TarnexResult (*PFN_tarnexFlushLog_3)(void);
 
 #ifdef __cplusplus
 }

@@ -26,7 +26,7 @@ private:
 
 TarnexResult tarnexGetAPIVersion_3(const char** ppVersion)
 {
-    *ppVersion = TARNEX_VERSION;
+    *ppVersion = TARNEX_3_VERSION;
     return TARNEX_OK;
 }
 
