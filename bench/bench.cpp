@@ -15,9 +15,16 @@ constexpr const char* kValue = "a value of forty bytes, as tokens often.";
 constexpr const char* kKeys[] = {"user", "token"};
 bool g_GoalMissed = false;
 
-Calls GetCalls(const Library& library)
+Calls GetCalls(const TarnexLoader& library)
 {
-    return {library.tarnexCreateAuthHandle, library.tarnexDeleteAuthHandle, library.tarnexSetAuthParams};
+    return {library.tarnexCreateAuthHandle_3, library.tarnexDeleteAuthHandle_3, library.tarnexSetAuthParams_3};
+}
+
+/** Ten thousand log files that the next retention pass deletes. */
+void AddExpiredFiles(const LogFolder& folder)
+{
+    for (int i = 0; i < 10'000; ++i)
+        folder.AddFile(L"Tarnex-" + std::to_wstring(i) + L"-old.log", 100'000);
 }
 
 double Time(const std::function<void()>& work)
@@ -218,20 +225,19 @@ void DeleteExpiredFiles(const std::wstring& folder)
 
 void BenchRetention(const LogFolder& folder)
 {
-    constexpr int kFiles = 10'000;
     Compare(
         "6 retention pass over 10,000 expired files", 1.10, 3,
         [&] {
-            folder.AddExpiredFiles(kFiles);
-            Library library;
+            AddExpiredFiles(folder);
+            TarnexLoader library;
             TarnexAuthHandle none = nullptr;
             return Time([&] {
-                library.tarnexDeleteAuthHandle(&none);  // the first message starts the pass
+                library.tarnexDeleteAuthHandle_3(&none);  // the first message starts the pass
                 library.Unload();                       // and the module stays until it is over
             });
         },
         [&] {
-            folder.AddExpiredFiles(kFiles);
+            AddExpiredFiles(folder);
             return Time([&] {  // on a thread of its own, watched by this one, as on the other side
                 std::atomic<bool> done{false};
                 std::thread pass([&] {
@@ -251,9 +257,9 @@ void BenchLoad()
         "7 load, query, unload; an empty DLL", 0, 21,
         [] {
             return Time([] {
-                Library library;
+                TarnexLoader library;
                 const char* version = nullptr;
-                library.tarnexGetAPIVersion(&version);
+                library.tarnexGetAPIVersion_3(&version);
                 library.Unload();
             });
         },
@@ -280,18 +286,18 @@ int main(int argc, char** argv)
     const std::string rows = argc > 1 ? argv[1] : "1234567";
     const auto wanted = [&](char row) { return rows.find(row) != std::string::npos; };
     const Calls byHand = GetCallsByHand();
-    Library dll;
+    TarnexLoader dll;
     const Calls library = GetCalls(dll);
     if (wanted('1'))
         BenchSet(library, byHand, "1 set a parameter, level err", 1.05, 200'000);
     if (wanted('2'))
         BenchCreate(library, byHand);
     if (wanted('3')) {
-        dll.tarnexSetLogLevel(TARNEX_LOG_TRACE);
+        dll.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);
         SetLogByHand((folder.path / "by-hand.log").string().c_str());
         BenchSet(library, byHand, "3 set a parameter, level trace (two lines)", 0.95, 20'000);
         SetLogByHand(nullptr);
-        dll.tarnexSetLogLevel(TARNEX_LOG_ERR);
+        dll.tarnexSetLogLevel_3(TARNEX_LOG_ERR);
     }
     if (wanted('4'))
         BenchGrowth(library);

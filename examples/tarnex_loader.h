@@ -1,43 +1,71 @@
 #pragma once
 
-// For hosts that load Tarnex 3 at run time. Copy this header into the project.
+// For C++ hosts that load Tarnex 3 at run time. Copy this header into your project.
 
 #include <tarnex_3.h>
 #include <windows.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
-/**
- * The library with its functions, found by name. Throws std::runtime_error when it cannot be loaded. Copies are as
- * good as the first; one of them calls Unload() when all are through.
- */
+/** Unloads a DLL. */
+struct TarnexUnloader
+{
+    void operator()(HMODULE module) const { ::FreeLibrary(module); }
+};
+
+/** The library and its functions, under the names that the header gives them. It is unloaded with this object. */
 struct TarnexLoader
 {
-    HMODULE module = ::LoadLibraryW(L"Tarnex_3.dll");
-
-    /** The clean-up of old log files may keep the library loaded a little longer, until it is over. */
-    void Unload() const { ::FreeLibrary(module); }
-
-    /** The export of that name, with the type that the header gives it. */
-    template <typename Function>
-    Function* Find(const char* name) const
+    /** Throws std::runtime_error, with the system's error number, when the DLL or one of its functions is missing. */
+    explicit TarnexLoader(const wchar_t* path = L"Tarnex_3.dll") : module(::LoadLibraryW(path))
     {
-        const FARPROC address = module == nullptr ? nullptr : ::GetProcAddress(module, name);
-        if (address == nullptr)
-            throw std::runtime_error(std::string("Tarnex_3.dll: no ") + name);
-        return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
+        if (module == nullptr)
+            Fail("Tarnex_3.dll cannot be loaded");
+        Find("tarnexGetAPIVersion_3", tarnexGetAPIVersion_3);
+        Find("tarnexCreateAuthHandle_3", tarnexCreateAuthHandle_3);
+        Find("tarnexDeleteAuthHandle_3", tarnexDeleteAuthHandle_3);
+        Find("tarnexSetAuthParams_3", tarnexSetAuthParams_3);
+        Find("tarnexRemoveAuthParams_3", tarnexRemoveAuthParams_3);
+        Find("tarnexSetLogName_3", tarnexSetLogName_3);
+        Find("tarnexSetLogLevel_3", tarnexSetLogLevel_3);
+        Find("tarnexFlushLog_3", tarnexFlushLog_3);
     }
 
-// NOLINTNEXTLINE(bugprone-macro-parentheses): name is the name of a member
-#define TARNEX_FIND(name) decltype(::name##_3)* name = Find<decltype(::name##_3)>(#name "_3")
-    TARNEX_FIND(tarnexGetAPIVersion);
-    TARNEX_FIND(tarnexCreateAuthHandle);
-    TARNEX_FIND(tarnexDeleteAuthHandle);
-    TARNEX_FIND(tarnexSetAuthParams);
-    TARNEX_FIND(tarnexRemoveAuthParams);
-    TARNEX_FIND(tarnexSetLogName);
-    TARNEX_FIND(tarnexSetLogLevel);
-    TARNEX_FIND(tarnexFlushLog);
-#undef TARNEX_FIND
+    /**
+     * Unloads the library and waits until it is gone, for half a minute at most: its clean-up of old log files may keep
+     * it loaded, and so does anybody else in the process who has loaded it.
+     */
+    void Unload()
+    {
+        module.reset();
+        for (int i = 0; i < 30'000 && ::GetModuleHandleW(L"Tarnex_3.dll") != nullptr; ++i)
+            ::Sleep(1);
+    }
+
+    std::unique_ptr<std::remove_pointer_t<HMODULE>, TarnexUnloader> module;
+    PFN_tarnexGetAPIVersion_3 tarnexGetAPIVersion_3 = nullptr;
+    PFN_tarnexCreateAuthHandle_3 tarnexCreateAuthHandle_3 = nullptr;
+    PFN_tarnexDeleteAuthHandle_3 tarnexDeleteAuthHandle_3 = nullptr;
+    PFN_tarnexSetAuthParams_3 tarnexSetAuthParams_3 = nullptr;
+    PFN_tarnexRemoveAuthParams_3 tarnexRemoveAuthParams_3 = nullptr;
+    PFN_tarnexSetLogName_3 tarnexSetLogName_3 = nullptr;
+    PFN_tarnexSetLogLevel_3 tarnexSetLogLevel_3 = nullptr;
+    PFN_tarnexFlushLog_3 tarnexFlushLog_3 = nullptr;
+
+private:
+    [[noreturn]] static void Fail(const std::string& what)
+    {
+        throw std::runtime_error(what + " (error " + std::to_string(::GetLastError()) + ")");
+    }
+
+    template <typename Function>
+    void Find(const char* name, Function& function)
+    {
+        function = reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module.get(), name)));
+        if (function == nullptr)
+            Fail(std::string("Tarnex_3.dll has no function ") + name);
+    }
 };
