@@ -4,8 +4,6 @@
 // <windows.h> comes first: the shell's headers need it.
 #include <shlobj.h>
 #include <shlwapi.h>
-#include <sys/stat.h>
-#include <sys/types.h>
 
 #include "platform/Environment.h"
 #include "platform/Process.h"
@@ -24,9 +22,10 @@ void AppendFolder(wchar_t (&path)[MAX_PATH], const wchar_t* name)
 /** True when the folder exists, is not read-only, and a probe file can be made in it. */
 bool IsFolderUsable(const wchar_t* path)
 {
-    struct _stat64i32 status;
-    constexpr int kWritableFolder = _S_IFDIR | _S_IWRITE;
-    if (::_wstat64i32(path, &status) != 0 || (status.st_mode & kWritableFolder) != kWritableFolder)
+    // Not the C runtime's status call: that of msvcrt.dll fails for a path with a final backslash. The value
+    // that stands for an error has both bits.
+    constexpr DWORD kBits = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY;
+    if ((::GetFileAttributesW(path) & kBits) != FILE_ATTRIBUTE_DIRECTORY)
         return false;
 
     std::wstring probe = path;

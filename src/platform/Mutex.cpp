@@ -6,18 +6,25 @@
 
 void CMutex::lock()
 {
-    if (IsAbandoned())
+    if (!IsProcessEnding())
+        m_Mutex->lock();
+    else if (!TakeForGood())
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
-    m_Mutex->lock();
+}
+
+void CMutex::unlock()
+{
+    if (!m_bTakenForGood)
+        m_Mutex->unlock();
 }
 
 bool CMutex::IsAbandoned()
 {
-    if (!IsProcessEnding())
-        return false;
-    // Nobody else is left to take or to release it.
-    if (!m_Mutex->try_lock())
-        return true;
-    m_Mutex->unlock();
-    return false;
+    return IsProcessEnding() && !TakeForGood();
+}
+
+bool CMutex::TakeForGood()
+{
+    m_bTakenForGood = m_bTakenForGood || m_Mutex->try_lock();
+    return m_bTakenForGood;
 }

@@ -8,7 +8,8 @@
  * The library's one kind of lock: a std::mutex that process exit cannot turn into a hang.
  *
  * Process exit ends other threads wherever they stand, holding what they hold. A plain mutex would let the
- * thread that is left, which runs the destructors, wait for them for ever.
+ * thread that is left, which runs the destructors, wait for them for ever. That thread never releases a lock either:
+ * a mutex may keep its waiters in a list on their stacks, which exit has ended too.
  */
 class CMutex
 {
@@ -18,11 +19,17 @@ public:
      * process exit has ended (resource_deadlock_would_occur).
      */
     void lock();
-    void unlock() { m_Mutex->unlock(); }
+    void unlock();
 
     /** True when process exit has ended the thread that holds the lock: what it guards may be torn. */
     bool IsAbandoned();
 
 private:
+    /** Once the process is ending: takes the lock, never to release it. False when an ended thread holds it. */
+    bool TakeForGood();
+
     CAbandonable<std::mutex> m_Mutex;
+
+    /** Written when one thread is left, else false. */
+    bool m_bTakenForGood = false;
 };

@@ -4,10 +4,12 @@
 
 #include "platform/ScopedHandle.h"
 
-// Documented and exported by ntdll.dll, but not declared by the headers of every toolchain.
-extern "C" __declspec(dllimport) BOOLEAN NTAPI RtlDllShutdownInProgress(void);
-
 namespace {
+
+// Found by name: an import library of ntdll.dll also offers wcstol and other functions of the C runtime, which follow
+// rules of their own there.
+const auto g_RtlDllShutdownInProgress = reinterpret_cast<BOOLEAN(NTAPI*)()>(
+    reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
 
 /** The module that this code is part of; with flags 0 it gains a reference. Null on failure. */
 HMODULE GetThisModule(DWORD flags) noexcept
@@ -21,7 +23,7 @@ HMODULE GetThisModule(DWORD flags) noexcept
 DWORD WINAPI RunModuleTask(void* task)
 {
     reinterpret_cast<void (*)() noexcept>(task)();
-    // Returning from here would run code that the release of the reference may just have unmapped.
+    // Returning from here would run code that releasing the reference may have unmapped.
     // cppcheck-suppress missingReturn ; this call does not return
     ::FreeLibraryAndExitThread(GetThisModule(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT), 0);
 }
@@ -35,7 +37,7 @@ std::wstring GetProcessIdText()
 
 bool IsProcessEnding() noexcept
 {
-    return ::RtlDllShutdownInProgress() != FALSE;
+    return g_RtlDllShutdownInProgress() != FALSE;
 }
 
 void StartModuleThread(void (*task)() noexcept) noexcept
