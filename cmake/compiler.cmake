@@ -9,7 +9,8 @@ add_library(tarnex_warnings INTERFACE)
 if(MSVC)
     add_compile_definitions(_CRT_SECURE_NO_WARNINGS)  # _wgetenv is what is wanted
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
-    target_compile_options(tarnex_warnings INTERFACE /W4 /WX /permissive- /utf-8)
+    # C4702, unreachable code, comes from the optimizer, which also warns of it in the headers of other libraries.
+    target_compile_options(tarnex_warnings INTERFACE /W4 /WX /wd4702 /permissive- /utf-8)
     # The exports are extern "C" and yet let exceptions out.
     string(REPLACE "/EHsc" "/EHs" CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}")
 else()
@@ -35,12 +36,12 @@ else()
     endif()
 endif()
 
-# The same sources give the same bytes, wherever and whenever they are built.
+# The same sources give the same bytes, wherever and whenever they are built. Paths begin at the project's root.
 if(MSVC)
     add_compile_options(/Brepro)
     add_link_options(/Brepro)
 else()
-    add_compile_options($<$<NOT:$<COMPILE_LANGUAGE:RC>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=/Tarnex_3>)
+    add_compile_options($<$<NOT:$<COMPILE_LANGUAGE:RC>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
     add_link_options(-Wl,--no-insert-timestamp)
 endif()
 

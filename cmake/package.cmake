@@ -1,5 +1,5 @@
-# What "cmake --install --component library" lays out, and with it "find_package" and pkg-config: one DLL with its
-# symbols, what links to it, one header, and the examples. The component "tests" is the kit that tries the DLL.
+# What "cmake --install" lays out, and with it "find_package" and pkg-config: one DLL with its symbols, what links to it,
+# one header, and the examples. The component "tests", which has to be named, is the kit that tries the DLL.
 include(CMakePackageConfigHelpers)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME library)
 
@@ -71,12 +71,14 @@ install(FILES
 configure_file(cmake/tarnex-3.pc.in ${PROJECT_BINARY_DIR}/tarnex-3.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tarnex-3.pc DESTINATION lib/pkgconfig)
 
-# The two zips: what ships, and the kit.
+# The two zips: what ships, and the kit. The plain name is that of MinGW GCC for the universal C runtime.
 set(package Tarnex_3-${PROJECT_VERSION}-win64)
 if(MSVC)
     string(APPEND package -msvc)
-elseif(CMAKE_CXX_COMPILER MATCHES "ucrt")
-    string(APPEND package -ucrt)
+elseif(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    string(APPEND package -clang)
+elseif(NOT CMAKE_CXX_COMPILER MATCHES "ucrt")
+    string(APPEND package -msvcrt)
 endif()
 if(NOT MSVC)
     find_program(TARNEX_ZIP zip)

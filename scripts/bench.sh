@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
 # Measures the library against the same work by hand and prints one table; fails when a row misses its goal.
-# Takes three minutes. "bench.sh 125" measures those rows only.
+# Takes three minutes.
+#
+# usage: bench.sh [ROWS]     ROWS: the numbers of the rows to measure, as in 125
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+[ $# -le 1 ] || refuse "$2"
+[[ ${1:-1} =~ ^[1-7]+$ ]] || refuse "$1"
 
 need "${build_tools[@]}"
 build mingw --target bench

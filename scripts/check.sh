@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Static checks: formatting, clang-tidy and cppcheck. No finding is allowed.
+#
+# usage: check.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+[ $# -eq 0 ] || refuse "$1"
 
 need "${build_tools[@]}" "${clang_tools[@]}" clang-format clang-tidy cppcheck
 mapfile -t sources < <(find src include examples bench tests -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
@@ -11,12 +14,10 @@ clang-format --dry-run --Werror "${sources[@]}"
 # Suppressed: that version 2.17 limits its analysis, and that it cannot read what a lambda with auto... does.
 say "cppcheck"
 cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr --std=c++20 \
-    --platform=win64 --library=windows --library=googletest --suppress=normalCheckLevelMaxBranches \
+    --platform=win64 -D_WIN64 --library=windows --library=googletest --suppress=normalCheckLevelMaxBranches \
     --suppress=internalAstError -I include -I src include src examples bench tests
 
 say "clang-tidy (takes some minutes)"
-mkdir -p build
-cmake --preset clang-mingw >build/clang-mingw.log 2>&1 || { cat build/clang-mingw.log >&2; exit 1; }
-run-clang-tidy -quiet -p build/clang-mingw "$root/(src|examples|bench|tests)/" >build/clang-tidy.log 2>&1 ||
-    { cat build/clang-tidy.log >&2; exit 1; }
+quietly build/clang-mingw.log cmake --preset clang-mingw
+quietly build/clang-tidy.log run-clang-tidy -quiet -p build/clang-mingw "$root/(src|examples|bench|tests)/"
 echo "no finding"

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Runs the demo host against the real DLL and shows the log file that the library wrote.
+#
+# usage: demo.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+[ $# -eq 0 ] || refuse "$1"
 
 need "${build_tools[@]}"
 build mingw --target demo

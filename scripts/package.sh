@@ -1,24 +1,43 @@
 #!/usr/bin/env bash
-# Makes the two zips of a release, that of the library and the kit that tries it, and SHA256SUMS, in
-# build/mingw/packages; then unpacks the kit into a folder with an odd name and runs it. "package.sh PRESET" does so
-# for another preset.
+# Makes what is released, in build/packages: for the universal C runtime and for msvcrt.dll a zip of the library and a
+# kit that tries it, and SHA256SUMS. Each kit is unpacked into a folder with an odd name and run under Wine. Where the
+# toolchain for the universal C runtime is missing, its zips are left out.
+#
+# usage: package.sh             makes both
+#        package.sh PRESET...   makes the zips of these presets
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+check_presets "$@"
+chosen=("$@")
+[ $# -ne 0 ] || chosen=(mingw-ucrt mingw)
 
-preset=${1:-mingw}
 need "${build_tools[@]}" "${test_tools[@]}" zip
-build "$preset"
-say "Packages in build/$preset/packages"
-cmake --build --preset "$preset" --target zips >build/zips.log 2>&1 || { cat build/zips.log >&2; exit 1; }
-cat "build/$preset/packages/SHA256SUMS"
+rm -rf build/packages
+mkdir -p build/packages
 
-start_wine
-say "Trying the kit (takes half a minute)"
-kit="$root/build/a kit für alle"
+# Unpacks the kit of a preset and runs it.
 try_kit() {
+    local kit="$root/build/a kit für alle"
     rm -rf "$kit"
     mkdir -p "$kit"
-    (cd "$kit" && cmake -E tar xf "$root/build/$preset/packages"/*-tests.zip && cd ./*-tests &&
+    (cd "$kit" && cmake -E tar xf "$root/build/$1/packages"/*-tests.zip && cd ./*-tests &&
         "$root/scripts/wine.sh" cmd /c run-tests.cmd) | tr -d '\r'
 }
-# A second try in CI, for the reason that test.sh gives.
-try_kit || { [ -n "${CI:-}" ] && say "Once more" && try_kit; }
+
+for preset in "${chosen[@]}"; do
+    if ! has_toolchain "$preset"; then
+        say "No zips of preset $preset: its toolchain is missing, in Debian 13 the package g++-mingw-w64-ucrt64"
+        [ $# -eq 0 ] || exit 1
+        continue
+    fi
+    build "$preset"
+    quietly build/zips.log cmake --build --preset "$preset" --target zips
+    cp "build/$preset/packages"/*.zip build/packages
+
+    start_wine
+    say "Trying the kit of preset $preset"
+    # A second try in CI, for the reason that test.sh gives.
+    try_kit "$preset" || { [ -n "${CI:-}" ] && say "Once more" && try_kit "$preset"; }
+done
+
+say "Packages in build/packages"
+(cd build/packages && sha256sum ./*.zip | sed 's# \./# #' | tee SHA256SUMS)

@@ -1,21 +1,30 @@
 #!/usr/bin/env bash
-# Builds the library and runs all its tests: with MinGW GCC, and for the universal C runtime where that toolchain
-# is installed. "test.sh --all" does so with every compiler and setting there is; "test.sh PRESET..." with those named.
+# Builds the library and runs all its tests.
+#
+# usage: test.sh             with MinGW GCC, and for the universal C runtime where that toolchain is installed
+#        test.sh --all       with every compiler and setting for Linux
+#        test.sh PRESET...   with these presets
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-need "${build_tools[@]}" "${test_tools[@]}"
-presets=(mingw)
+chosen=(mingw)
 if [ "${1:-}" = --all ]; then
-    need "${clang_tools[@]}"
-    presets+=(mingw-debug clang-mingw)
+    [ $# -eq 1 ] || refuse "$2"
+    chosen+=(mingw-debug clang-mingw)
+elif [ $# -ne 0 ]; then
+    check_presets "$@"
+    chosen=("$@")
 fi
-command -v x86_64-w64-mingw32ucrt-g++ >/dev/null && presets+=(mingw-ucrt)
-[ $# -eq 0 ] || [ "$1" = --all ] || presets=("$@")
+if [ $# -eq 0 ] || [ "$1" = --all ]; then
+    ! has_toolchain mingw-ucrt || chosen+=(mingw-ucrt)
+fi
+
+need "${build_tools[@]}" "${test_tools[@]}"
+[[ " ${chosen[*]} " != *" clang-mingw "* ]] || need "${clang_tools[@]}"
 
 # Not for every day: the benchmark still compiles.
 [ "${1:-}" != --all ] || build mingw --target bench
 
-for preset in "${presets[@]}"; do
+for preset in "${chosen[@]}"; do
     build "$preset"
     start_wine
     say "Testing preset $preset"

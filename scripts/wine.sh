@@ -1,6 +1,12 @@
 #!/bin/sh
 # Runs a Windows program under Wine, in a prefix of this project's own below build/. CMake's emulator.
+#
+# usage: wine.sh PROGRAM [ARGUMENT...]
 set -e
+case "${1:-}" in
+    -h | --help) sed -n '2,4s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    "") echo "wine.sh: which program?" >&2; exit 2 ;;
+esac
 root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="$root/build/wine"
 export WINEDEBUG="${WINEDEBUG:--all}"

@@ -5,7 +5,7 @@ function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
 endfunction()
 
-run(${CMAKE_COMMAND} --install ${BUILD} --component library --prefix ${WORK}/prefix)
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
 file(GLOB_RECURSE installed RELATIVE ${WORK}/prefix ${WORK}/prefix/*)
 list(SORT installed)
 string(REPLACE "," ";" expected "${FILES}")
