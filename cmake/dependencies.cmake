@@ -14,11 +14,12 @@ target_compile_definitions(tarnex_dependencies INTERFACE
     SPDLOG_FMT_EXTERNAL
     # No message groups digits by the user's locale; without this switch that takes half a megabyte of code.
     FMT_STATIC_THOUSANDS_SEPARATOR=','
-    # A library does not touch its host's console.
+    # No logger that writes to the host's console. (spdlog's error handler still writes to stderr, at most once a
+    # second, when the disk is full.)
     SPDLOG_DISABLE_DEFAULT_LOGGER
-    # Nor does it keep the log file open in the processes that its host starts.
+    # Processes that the host starts do not inherit the log file.
     SPDLOG_PREVENT_CHILD_FD
-    # No line shows the thread, and finding it out costs a look-up with every message.
+    # No line shows the thread, whose look-up costs time with every message.
     SPDLOG_NO_THREAD_ID)
 
 # From fmt 11.1 on another switch takes the place of that one, but 11.1 itself does not compile with it.

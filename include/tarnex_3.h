@@ -1,7 +1,7 @@
 /*
  * Tarnex 3: opaque handles that carry named string parameters, and a diagnostic log.
  *
- * Conventions, settled once for the whole interface:
+ * Conventions for the whole interface:
  *
  * 1. Every function returns a TarnexResult. TARNEX_OK (0) says that the call did what was asked; each
  *    refusal has a code of its own, and the codes a function can return are listed with it.
@@ -10,24 +10,27 @@
  *    exist, so a null, stale or invalid value is answered with a code and never followed. (The memory of a
  *    deleted handle may come back as a new one; a stale copy of the old value then names the new handle.)
  * 3. The library owns the handle objects. You own your variables and every string you pass: strings are
- *    copied during the call and no pointer of yours is kept after it.
+ *    copied during the call, and no pointer of yours is kept after it.
  * 4. Strings are NUL-terminated bytes of any length. Keys and values are stored exactly as passed, in
  *    whatever encoding, and keys are compared byte for byte. Only the log name must be valid UTF-8.
  * 5. The log shows keys from TARNEX_LOG_INFO down and values from TARNEX_LOG_DEBUG down, byte for byte, line
- *    breaks included. Whoever stores secrets keeps the level above that; TARNEX_LOG_ERR, the default, is.
+ *    breaks included. If you store secrets, stay above that, as the default (err) does, and set the level by call:
+ *    otherwise the environment variable TARNEX_LOG_LEVEL can lower it.
  * 6. Every function may be called from any thread, at any time between loading and unloading the library,
  *    but not from a DllMain. The handle functions run one call at a time. Unload when no call is in progress.
- * 7. Four failures have no code but raise a C++ exception: memory that has run out (std::bad_alloc), a lock
- *    that fails (std::system_error, also during process exit where the exit has ended a thread that held it),
- *    a log name that is not UTF-8 (std::range_error), and an error while the first message opens the log (a
- *    class derived from std::exception). A call that ends so has changed neither your handle variable nor the
- *    set of handles. Only a program built with the same kind of compiler as the DLL can catch them; in all
- *    others, those in other languages included, they end the process. The one that you can always avoid is
- *    the log name: pass UTF-8.
- * 8. Handles that are left when the library is unloaded are destroyed then, and the log is flushed. This waits
- *    while the library's clean-up of old log files is running: the DLL then stays loaded until that is
- *    through, and who loads it again meanwhile finds everything as it was, handles, level and log name. When
- *    the process exits the log is flushed too, unless the exit ended a thread in the middle of writing to it.
+ * 7. Four failures have no code but raise a C++ exception: no memory (std::bad_alloc), a lock that fails
+ *    (std::system_error, also during process exit where the exit has ended a thread that held it), a log name
+ *    that is not UTF-8 (std::range_error), and an error while the first message opens the log (a class derived
+ *    from std::exception). Such a call has changed neither your handle variable nor the set of handles. Only a
+ *    program built with the same kind of compiler as the DLL can catch them. In others, those in other languages
+ *    included, they normally end the process; a host that swallows one is in an undefined state. The log name is
+ *    the one you can always avoid: pass UTF-8.
+ * 8. When the library is unloaded, handles that are left are destroyed and the log is flushed. While its clean-up
+ *    of old log files is running the DLL stays loaded until that finishes; reloading before then gets the same
+ *    instance, with its handles, level and log name. Normal process exit flushes the log too, unless it ended a
+ *    thread in the middle of writing to it; TerminateProcess does not.
+ * 9. The first message is the first call that would log anything at any level, even if the level in force filters
+ *    it out. It creates the log.
  */
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
@@ -55,28 +58,28 @@
 extern "C" {
 #endif
 
-/* What a call came to. The values are fixed for all versions of this interface, and not contiguous. */
+/* Result of a call. The values are fixed for all versions of this interface, and not contiguous. */
 typedef uint32_t TarnexResult;
 
 enum {
     /* The call did what was asked. */
     TARNEX_OK = 0,
-    /* A required string is null, or an argument cannot be used: a log level above 6, or a log name for which no
+    /* A key or value is null, or an argument cannot be used: a log level above 6, or a log name for which no
        file could be created. */
     TARNEX_E_INVALID_ARGUMENT = 7,
     /* The value in the handle variable is no handle: never created, already deleted, or null. */
     TARNEX_E_HANDLE_NOT_FOUND = 13,
-    /* Creation was asked with a variable that still holds a handle; nothing was created. */
+    /* Create was called on a variable that still holds a handle; nothing was created. */
     TARNEX_E_HANDLE_EXISTS = 14,
     /* The handle has no parameter of that name. */
     TARNEX_E_PARAM_NOT_FOUND = 16,
-    /* The parameters of the handle are locked; the change was refused. */
+    /* The parameters of the handle are locked; the change was refused. No exported function locks them. */
     TARNEX_E_HANDLE_LOCKED = 20,
     /* An integer parameter lies outside the bounds asked for. No exported function returns it. */
     TARNEX_E_OUT_OF_RANGE = 33,
     /* The log name can no longer be changed because the log file is already in use. */
     TARNEX_E_LOG_FILE_EXISTS = 39,
-    /* There is no log to flush: no message has been written, or the log could not be created. */
+    /* There is no log to flush: there has been no message, or the log could not be created. */
     TARNEX_E_NO_LOGGER = 40
 };
 
@@ -88,14 +91,14 @@ enum {
     TARNEX_LOG_WARN = 3,     /* refused changes and settings */
     TARNEX_LOG_ERR = 4,      /* invalid handles; the default */
     TARNEX_LOG_CRITICAL = 5, /* no message has this level today */
-    TARNEX_LOG_OFF = 6       /* only the creation of the log and changes of its level */
+    TARNEX_LOG_OFF = 6       /* only the creation of the log and changes of its level, which are always shown */
 };
 
 /* A handle. Only the library knows what it points to. */
 typedef struct TarnexAuthHandleObject* TarnexAuthHandle;
 
 /*
- * Tells the version of the library, as "3.1.1.43".
+ * Gets the version of the library, as TARNEX_3_VERSION.
  *
  * ppVersion  receives the address of a NUL-terminated constant text, the same at every call. It belongs to
  *            the library and is valid until the library is unloaded. Must not be null.
@@ -149,16 +152,18 @@ TARNEX_API TarnexResult tarnexSetAuthParams_3(TarnexAuthHandle* phAuth, const ch
 TARNEX_API TarnexResult tarnexRemoveAuthParams_3(TarnexAuthHandle* phAuth, const char* key);
 
 /*
- * Puts a name of yours into the name of the log file: "Tarnex-<name>-<process id>.log", with a counter behind
- * it when that file exists. Possible until the first message of the process is written. The file is made at
- * once; another name makes another file and leaves the earlier one behind, empty.
+ * Adds your name to the name of the log file: "Tarnex-<name>-<process id>.log", plus a counter if that file exists.
+ * Possible until the first message. The file is created at once; another name creates another file and leaves the
+ * earlier one behind, empty.
  *
- * name  NUL-terminated UTF-8; must not be null. May be empty, which gives the default name. A text that is
- *       not UTF-8 raises std::range_error, "bad conversion", and makes no file (see convention 7).
+ * name  NUL-terminated UTF-8; must not be null, which is not checked. May be empty, which gives the default name.
+ *       It is not validated: with "..\" in it the file lies outside of the log folder, where no clean-up finds it,
+ *       and with ":" it is a stream of another file. A text that is not UTF-8 raises std::range_error,
+ *       "bad conversion", and creates no file (see convention 7).
  *
- * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when the file could not be created, for instance because the
- * name holds a character that file names cannot have; or TARNEX_E_LOG_FILE_EXISTS when it is too late. (Once
- * the log could not be created, a name still makes a file, but nothing is ever written to it.)
+ * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when the file could not be created, for instance because the name
+ * holds a character that file names cannot have; or TARNEX_E_LOG_FILE_EXISTS after the first message. (After
+ * creation has failed, naming still creates a file, but nothing is ever written to it.)
  */
 TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
 
@@ -174,12 +179,11 @@ TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
 TARNEX_API TarnexResult tarnexSetLogLevel_3(uint32_t level);
 
 /*
- * Writes the log lines that are still buffered to the file. A line of level err takes what is buffered before
- * it along at once, without this call. All others wait, also those that are written at every level, which
- * tell of a change of the level; only the log's first line does not.
+ * Writes the log lines that are still buffered to the file. An err line also flushes everything before it. All other
+ * lines wait, level changes included, except the first.
  *
- * Returns TARNEX_OK, or TARNEX_E_NO_LOGGER when there is no log: the process has not written its first message
- * yet, or the log could not be created.
+ * Returns TARNEX_OK, or TARNEX_E_NO_LOGGER when there is no log: there has been no message yet, or the log could not
+ * be created.
  */
 TARNEX_API TarnexResult tarnexFlushLog_3(void);
 

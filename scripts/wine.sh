@@ -25,8 +25,8 @@ if [ ! -e "$WINEPREFIX/.ready" ]; then
     fi
     exec 9>&-
 fi
-# Wine's own services start with the first program and stay for a minute, which makes the next start fast. They
-# must not inherit our output: whoever reads it would wait for them as well.
+# Wine's own services start with the first program and stay for a minute, which makes the next start fast. They must
+# not inherit our output: its reader would wait for them as well.
 wineserver -p60 </dev/null >/dev/null 2>&1 || true
 wine cmd /c exit </dev/null >/dev/null 2>&1
 exec wine "$@"

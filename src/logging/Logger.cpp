@@ -29,8 +29,8 @@ spdlog::logger* CreateLogger()
         return nullptr;
     }
 
-    // Everything that can raise an error comes before the logger is there, registered for good. The registry is a
-    // function-local static: at unload it is gone, or would come too late to be destroyed.
+    // Everything that can raise an error comes before the logger is registered, which cannot be undone. The registry is
+    // a function-local static: at unload it has been destroyed, or would be created too late to be destroyed.
     int level = g_LogLevel;
     if (level == -1)
         level = GetLogLevelFromEnv();
@@ -46,13 +46,13 @@ spdlog::logger* CreateLogger()
     WriteLine(logger, spdlog::level::off, "Created Tarnex Logger level [{}]", fmt::make_format_args(levelName));
     FlushLogger(logger);
 
-    // The host stores its level and then looks for the logger; here it is the other way round. Whoever comes
-    // second sees the other, so the level is never lost.
+    // The host stores its level and then looks for the logger; here it is the other way round. Whichever runs second
+    // sees the other's store, so the level is never lost.
     g_ReadyLogger = &logger;
     ApplyLogLevel(logger);
 
-    // No thread can be started at unload, and nobody is there to be kept waiting. If none can be started now, the
-    // clean-up is left to the next process: on this thread it would hold up every other call.
+    // At unload no thread may be started, and no call is blocked. If none can be started now, the clean-up is left to
+    // the next process: on this thread it would block every other call.
     if (g_Unloading)
         RunRetention();
     else
@@ -73,7 +73,7 @@ void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt:
 
 void ApplyLogLevel(spdlog::logger& logger) noexcept
 {
-    // Callers may overtake each other. Whoever stores last finds that level in force, or puts it there.
+    // Callers may overtake each other: the last one to store a level finds it in force, or applies it.
     int level = g_LogLevel;
     int applied;
     do {

@@ -9,7 +9,7 @@
 #include "platform/Mutex.h"
 
 // The library's one logger and the rule by which every layer writes a message. The objects with destructors
-// are defined in session/ProcessState.cpp, which settles the order in which they come and go.
+// are defined in session/ProcessState.cpp, which fixes the order of their construction.
 
 /** Guards the creation of the logger and its file. Taken after the session's and a handle's lock. */
 extern CMutex g_LoggerMutex;
@@ -20,10 +20,10 @@ extern CAbandonable<std::wstring> g_LogFilePath;
 /** Owner of the logger: empty until creation succeeds, never reset. Guarded by g_LoggerMutex. */
 extern CAbandonable<std::shared_ptr<spdlog::logger>> g_Logger;
 
-/** g_Logger's logger as everybody else reads it, without a lock; null until it is ready for use. */
+/** g_Logger's logger, read without a lock; null until it is ready for use. */
 inline std::atomic<spdlog::logger*> g_ReadyLogger{nullptr};
 
-/** The level to apply, trace 0 to off 6; -1 when nobody has chosen one yet. */
+/** The level to apply, trace 0 to off 6; -1 until one has been chosen. */
 inline std::atomic<int> g_LogLevel{-1};
 
 /** Set once creation has failed: it is not tried again. Guarded by g_LoggerMutex. */
@@ -62,7 +62,7 @@ void ApplyLogLevel(spdlog::logger& logger) noexcept;
 spdlog::level::level_enum GetLogLevelFromEnv();
 
 /**
- * To be called first thing at unload or process exit, while all objects of the library still exist. From then
- * on a first message starts no thread, and what process exit left half-written in the log's buffer is dropped.
+ * To be called first at unload or process exit, while all objects of the library still exist. From then on a first
+ * message starts no thread, and what process exit left half-written in the log's buffer is dropped.
  */
 void BeginUnload() noexcept;

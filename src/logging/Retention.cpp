@@ -36,7 +36,7 @@ void RunRetention() noexcept
         CleanupFiles(folder, L"Tarnex", L"log", hours);
         CleanupFiles(folder, L"Tarnex-", L"tmp", hours);
     } catch (...) {
-        // Memory exhaustion. The host did not ask for this pass and must not suffer from it.
+        // Memory exhaustion ends the pass; the host has not asked for it.
     }
 }
 

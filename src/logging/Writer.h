@@ -14,7 +14,7 @@
 
 #include "platform/Mutex.h"
 
-// How lines get into the log file: the one room that knows the inside of a logger and of its sink.
+// How lines get into the log file: the only code that knows the inside of a logger and of its sink.
 
 /**
  * Held while a line is written or the log is flushed. Guards the file's buffer and spdlog's error handler, which
@@ -23,8 +23,8 @@
 extern CMutex g_WriteMutex;
 
 /**
- * A logger for the file, which exists and is appended to, at this level; lines at err and critical flush it. One
- * that is to live until unload only is not registered. The caller holds g_LoggerMutex. Throws spdlog::spdlog_ex
+ * A logger for the file, which exists and is appended to, at this level; lines at err and critical flush it. A logger
+ * created during unload is not registered. The caller holds g_LoggerMutex. Throws spdlog::spdlog_ex
  * when the file cannot be opened or a logger has been registered before.
  */
 std::shared_ptr<spdlog::logger> OpenLogger(const std::wstring& path, spdlog::level::level_enum level, bool registered);

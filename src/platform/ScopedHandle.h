@@ -26,9 +26,8 @@ private:
 void CloseFile(void* handle) noexcept;
 
 /**
- * Closes the file and puts an open handle that swallows everything in its place, under the same number: whoever
- * goes on to write to the handle writes nowhere, and not to a file that would have been given its number. For the
- * end of a process only, when no other thread is left.
+ * Closes the file and opens NUL under the same handle value: what is written to the handle afterwards is discarded, and
+ * cannot reach another file that got the value. For the end of a process only, when no other thread is left.
  */
 void RedirectToNothing(void* handle) noexcept;
 void CloseSearch(void* handle) noexcept;

@@ -13,8 +13,8 @@
  * The object behind one handle: named parameters that can be locked against change for good.
  *
  * Any thread may call any operation; each holds m_Mutex from its look-up until its message is written.
- * Whoever destroys the object makes sure that no operation is running. Every operation logs what it does,
- * raises memory exhaustion, and leaves the caller's outputs alone unless it returns 0.
+ * No operation may be running when the object is destroyed. Every operation logs what it does, raises memory
+ * exhaustion, and leaves the caller's outputs unchanged unless it returns 0.
  */
 class AuthHandle
 {
@@ -35,11 +35,11 @@ public:
     /** Removes the parameter. 20 when locked, 16 when there is none. */
     TarnexResult RemoveAuthParam(std::string_view key);
 
-    /** From now on refuses to set and to remove. Always 0. */
+    /** Refuses to set and to remove from now on. Always 0. */
     TarnexResult LockAuthParam();
 
 private:
-    /** The default hash, of views as well, so that a look-up needs no string of its own. */
+    /** Default hash that accepts views, so that a look-up needs no string of its own. */
     struct TextHash
     {
         using is_transparent = void;
