@@ -233,7 +233,7 @@ void BenchRetention(const LogFolder& folder)
             TarnexAuthHandle none = nullptr;
             return Time([&] {
                 library.tarnexDeleteAuthHandle_3(&none);  // the first message starts the pass
-                library.Unload();                       // and the module stays until it is over
+                library.Unload();                         // and the module stays until it is over
             });
         },
         [&] {

@@ -50,8 +50,7 @@ TEST(Unloading, LeavesNothingInTheProcess)
     EXPECT_LE(GetUsage().second, early.second + 256);
 }
 
-// Exit is tested in a process that the test starts. Its exit code differs between systems, its log does not.
-// It starts no clean-up, because Wine does not always survive an exit that ends a thread in a system call.
+// A process that the test starts; systems differ in its exit code. No clean-up: Wine may not survive its interruption.
 struct ExitingHost : Host
 {
     static inline std::atomic<bool> standStill{false};
