@@ -39,15 +39,17 @@ TEST(Demo, GetsEachResultThatItExpectsAndLogsEachCall)
                           "[T] Logger Flush() was called"}));
 }
 
-TEST(Handles, MayBeAnythingBeforeAndParametersAnyBytes)
+TEST(Handles, ReplaceAnyValueHoldAnyBytesAndAreNullAfterDeletion)
 {
     Host host(L"I");
     auto handle = reinterpret_cast<TarnexAuthHandle>(std::uintptr_t{0xDEADBEEF});
     EXPECT_EQ(host.tarnexDeleteAuthHandle_3(&handle), TARNEX_E_HANDLE_NOT_FOUND);
-    EXPECT_EQ(host.tarnexCreateAuthHandle_3(&handle), TARNEX_OK);
+    host.tarnexCreateAuthHandle_3(&handle);
     const std::string key = "{}{0}%s \xC3\xA4\xFF" + std::string(500, 'x');
     host.tarnexSetAuthParams_3(&handle, key.c_str(), key.c_str());
     host.tarnexRemoveAuthParams_3(&handle, key.c_str());
+    host.tarnexDeleteAuthHandle_3(&handle);
+    EXPECT_EQ(handle, nullptr);
     host.Unload();
     EXPECT_EQ(host.Log(), (Lines{"[O] Created Tarnex Logger level [info]",
                                  "[E] CreateAuthHandle() hAuth=[0xdeadbeef] was not found",

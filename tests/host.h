@@ -42,7 +42,7 @@ inline void RunThreads(int count, const std::function<void(int)>& work)
 {
     std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
-        threads.emplace_back(work, number);
+        threads.emplace_back(work, number);  // NOLINT(performance-inefficient-vector-operation): there are few
 }
 
 /** An empty folder for log files, removed at the end. A process that a test starts has that of the test. */
@@ -64,7 +64,6 @@ struct LogFolder
         fs::last_write_time(path / name, fs::file_time_type::clock::now() - std::chrono::minutes(minutesAgo));
     }
 
-    /** The names of what is in it. */
     Names Files() const
     {
         Names names;

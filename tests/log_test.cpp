@@ -1,5 +1,4 @@
-// The log: when it begins, what it is called, what its lines look like, which of them are in the file when;
-// and the clean-up of old logs.
+// The log: when it begins, its name, its lines, its level, and the clean-up of old ones.
 #include <gtest/gtest.h>
 
 #include <ctime>
