@@ -1,6 +1,7 @@
 # Makes NAME.zip and NAME-tests.zip in BUILD/packages from the two components that are installed, with their SHA-256
-# in SHA256SUMS. With ZIP, the command of that name, the same files give the same bytes: sorted, with one time for
-# all, that of SOURCE_DATE_EPOCH or of the last commit. CMake's own archives hold the times of access as well.
+# in SHA256SUMS. With ZIP, the command of that name, the same files give the same bytes: sorted, with one time for all,
+# that of SOURCE_DATE_EPOCH, of the last commit, or without a repository the first that a zip can hold. CMake's own
+# archives store access times as well.
 function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
 endfunction()
@@ -8,7 +9,10 @@ endfunction()
 set(time $ENV{SOURCE_DATE_EPOCH})
 if(NOT time)
     execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${CMAKE_CURRENT_LIST_DIR}
-        OUTPUT_VARIABLE time OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+        OUTPUT_VARIABLE time OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+endif()
+if(NOT time)
+    set(time 315532800)  # 1980
 endif()
 set(ENV{TZ} UTC)  # a zip holds local times
 
