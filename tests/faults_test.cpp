@@ -17,7 +17,6 @@ TEST(Faults, WithoutAFileThereIsNoLogForGood)
     refused = false;
     EXPECT_TRUE(host.UseHandle());
     EXPECT_EQ(host.tarnexFlushLog_3(), TARNEX_E_NO_LOGGER);
-    EXPECT_EQ(host.tarnexSetLogName_3("x"), TARNEX_OK);
     host.Unload();
     EXPECT_EQ(host.Log(), Lines());
 }
