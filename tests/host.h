@@ -108,14 +108,15 @@ struct Host : LogFolder, TarnexLoader
         return tarnexDeleteAuthHandle_3(&null);
     }
 
-    /** Goes through the life of a handle with a parameter; true when the results are as usual. */
+    /** Makes calls with all kinds of results; true when these are as usual. */
     bool UseHandle(const std::string& value = "v") const
     {
         TarnexAuthHandle handle = nullptr;
         return tarnexCreateAuthHandle_3(&handle) == TARNEX_OK &&
+               tarnexRemoveAuthParams_3(&handle, "k") == TARNEX_E_PARAM_NOT_FOUND &&
                tarnexSetAuthParams_3(&handle, "k", value.c_str()) == TARNEX_OK &&
-               tarnexRemoveAuthParams_3(&handle, "k") == TARNEX_OK && tarnexDeleteAuthHandle_3(&handle) == TARNEX_OK &&
-               DeleteNull() == TARNEX_E_HANDLE_NOT_FOUND;
+               tarnexDeleteAuthHandle_3(&handle) == TARNEX_OK && DeleteNull() == TARNEX_E_HANDLE_NOT_FOUND &&
+               tarnexSetLogLevel_3(7) == TARNEX_E_INVALID_ARGUMENT;  // writes without the session's lock
     }
 
     /** From now on nothing can be written to the log file, as on a full disk. */
