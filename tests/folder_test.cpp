@@ -30,7 +30,7 @@ std::wstring FolderFor(const std::wstring& wanted, DWORD probeError, const std::
     SetEnv(L"TARNEX_LOG_DIR", wanted);
     g_ProbeError = probeError;
     g_AppData = appData;
-    const std::wstring folder = GetLogFolderPath();
+    std::wstring folder = GetLogFolderPath();
     g_ProbeError = 0;
     return folder;
 }
