@@ -30,7 +30,7 @@
  *    instance, with its handles, level and log name. Normal process exit flushes the log too, unless it ended a
  *    thread in the middle of writing to it; TerminateProcess does not.
  * 9. The first message is the first call that would log anything at any level, even if the level in force filters
- *    it out. It creates the log.
+ *    it out; flushing and setting a valid level do not count. It creates the log.
  */
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
