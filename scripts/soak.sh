@@ -9,7 +9,7 @@
 #            ExitWithHandles    the process exits with handles left: idle, before the first message, inside a call
 #            FirstMessages      six threads race for the first message (40 rounds each time)
 #            UnloadDuringPass   unloading while the clean-up deletes 1,500 files
-#            Reload             60 loads, all in one process
+#            Reload             120 loads, all in one process
 #            OneHandle          four threads on one handle object without the session's lock
 #            NoMemory           allocations that fail
 #            DiskFull           the demo with its log on a full disk (needs root)
