@@ -33,13 +33,13 @@ namespace {
 /** A handle object, and a log that ends with it. */
 struct Store : testing::Test
 {
-    Store() { BeginUnload(); }  // the logger is not registered then, and starts no thread
+    Store() { BeginUnload(); }  // creating the logger then starts no thread
     ~Store() override
     {
         *g_Logger = nullptr;
         g_ReadyLogger = nullptr;
         g_LogFilePath->clear();
-        g_LogFilter = -1;
+        g_LogLevel = -1;
     }
 
     LogFolder folder;

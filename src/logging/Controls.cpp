@@ -13,11 +13,8 @@ TarnexResult SetLogLevel(uint32_t level)
     }
 
     g_LogLevel = static_cast<int>(level);
-    if (spdlog::logger* logger = g_ReadyLogger) {
-        ApplyLogLevel(*logger);
-        Log(spdlog::level::off, "Logger level was set to [{}]",
-            spdlog::level::to_string_view(static_cast<spdlog::level::level_enum>(level)));
-    }
+    if (g_ReadyLogger != nullptr)
+        LogLevelChange(static_cast<int>(level));
     return TARNEX_OK;
 }
 

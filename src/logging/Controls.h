@@ -4,14 +4,15 @@
 
 // How hosts steer the log. Any thread may call these at any time.
 
-/** Sets the level, of the logger or of the one to come. 7 for a level above 6; nothing changes then. */
+/** Sets the level of the log, or of the one to come. TARNEX_E_INVALID_ARGUMENT above 6; nothing changes then. */
 TarnexResult SetLogLevel(uint32_t level);
 
 /**
- * Makes a log file with this custom name (UTF-8) for the coming logger. 7 when the file could not be created,
- * 39 when there is a logger already. Throws std::range_error for a name that is not UTF-8.
+ * Makes a log file with this custom name (UTF-8) for the coming logger. TARNEX_E_INVALID_ARGUMENT when the file could
+ * not be created, TARNEX_E_LOG_FILE_EXISTS when there is a logger already. Throws std::range_error for a name that is
+ * not UTF-8.
  */
 TarnexResult SetLogName(const char* name);
 
-/** Writes what is buffered to the file. 40 when there is no logger. */
+/** Writes what is buffered to the file. TARNEX_E_NO_LOGGER when there is no logger. */
 TarnexResult Flush();

@@ -8,6 +8,13 @@
 #include "platform/ScopedHandle.h"
 #include "platform/Text.h"
 
+namespace {
+
+/**
+ * Creates a new, empty file named folder + prefix [+ "-" + customName] + "-" + process id [+ "-" + counter] +
+ * "." + extension, counting up from 1 while the name is taken. Returns its path, empty when the file could
+ * not be created.
+ */
 std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring& prefix, const std::wstring& customName,
                                  const std::wstring& extension)
 {
@@ -21,14 +28,16 @@ std::wstring CreateUniqueLogFile(const std::wstring& folder, const std::wstring&
         if (attempt != 0)
             path.append(L"-").append(std::to_wstring(attempt));
         path.append(L".").append(extension);
-        const CFileHandle file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                             FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (file.IsOpen())
+        const CScopedHandle file(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                               FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file.get() != INVALID_HANDLE_VALUE)
             return path;
         if (::GetLastError() != ERROR_FILE_EXISTS)
             return {};
     }
 }
+
+}  // namespace
 
 TarnexResult BuildLogFilePath(const char* customName)
 {

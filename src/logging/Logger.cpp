@@ -10,80 +10,9 @@
 
 namespace {
 
-/** Above every level: the filter of a process that will never have a logger. */
-constexpr int kDropAll = spdlog::level::n_levels;
-
 std::atomic<bool> g_Unloading{false};
 
-/** The logger, null when there can be none. Raises what making the file and opening it raise. */
-spdlog::logger* CreateLogger()
-{
-    const std::lock_guard lock(g_LoggerMutex);
-    if (*g_Logger)  // another thread was first
-        return g_Logger->get();
-    if (g_LoggerFailed)
-        return nullptr;
-    if (g_LogFilePath->empty() && BuildLogFilePath("") != TARNEX_OK) {
-        g_LoggerFailed = true;
-        g_LogFilter = kDropAll;
-        return nullptr;
-    }
-
-    // Everything that can raise an error comes before the logger is registered, which cannot be undone. The registry is
-    // a function-local static: at unload it has been destroyed, or would be created too late to be destroyed.
-    int level = g_LogLevel;
-    if (level == -1)
-        level = GetLogLevelFromEnv();
-    *g_Logger = OpenLogger(*g_LogFilePath, static_cast<spdlog::level::level_enum>(level), !g_Unloading);
-    spdlog::logger& logger = **g_Logger;
-    // Not before the file is open: another attempt reads the environment again. A level that the host has set
-    // meanwhile stays.
-    int chosen = -1;
-    if (!g_LogLevel.compare_exchange_strong(chosen, level))
-        level = chosen;
-    const spdlog::string_view_t levelName =
-        spdlog::level::to_string_view(static_cast<spdlog::level::level_enum>(level));
-    WriteLine(logger, spdlog::level::off, "Created Tarnex Logger level [{}]", fmt::make_format_args(levelName));
-    FlushLogger(logger);
-
-    // The host stores its level and then looks for the logger; here it is the other way round. Whichever runs second
-    // sees the other's store, so the level is never lost.
-    g_ReadyLogger = &logger;
-    ApplyLogLevel(logger);
-
-    // At unload no thread may be started, and no call is blocked. If none can be started now, the clean-up is left to
-    // the next process: on this thread it would block every other call.
-    if (g_Unloading)
-        RunRetention();
-    else
-        StartModuleThread(RunRetention);
-    return &logger;
-}
-
-}  // namespace
-
-void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt::format_args args)
-{
-    spdlog::logger* logger = g_ReadyLogger;
-    if (logger == nullptr)
-        logger = CreateLogger();
-    if (logger != nullptr)
-        WriteLine(*logger, level, format, args);
-}
-
-void ApplyLogLevel(spdlog::logger& logger) noexcept
-{
-    // Callers may overtake each other: the last one to store a level finds it in force, or applies it.
-    int level = g_LogLevel;
-    int applied;
-    do {
-        applied = level;
-        SetLoggerLevel(logger, static_cast<spdlog::level::level_enum>(applied));
-        g_LogFilter = applied;
-        level = g_LogLevel;
-    } while (level != applied);
-}
-
+/** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
 spdlog::level::level_enum GetLogLevelFromEnv()
 {
     const std::wstring value = GetEnvValue(Utf8ToWide("TARNEX_LOG_LEVEL").c_str());
@@ -103,6 +32,63 @@ spdlog::level::level_enum GetLogLevelFromEnv()
         default:
             return spdlog::level::err;
     }
+}
+
+spdlog::string_view_t GetLevelName(int level)
+{
+    return spdlog::level::to_string_view(static_cast<spdlog::level::level_enum>(level));
+}
+
+/** The logger, null when there can be none. Throws what making the file and opening it throw. */
+spdlog::logger* CreateLogger()
+{
+    const std::lock_guard lock(g_LoggerMutex);
+    if (*g_Logger || g_LoggerFailed)  // another thread was first
+        return g_Logger->get();
+    if (g_LogFilePath->empty() && BuildLogFilePath("") != TARNEX_OK) {
+        g_LoggerFailed = true;
+        return nullptr;
+    }
+
+    const int levelFromEnv = GetLogLevelFromEnv();
+    *g_Logger = OpenLogger(*g_LogFilePath);
+    spdlog::logger& logger = **g_Logger;
+    // Store the level only once the file is open, so that a retry reads the environment again. One that the host has
+    // set stays.
+    int level = -1;
+    if (g_LogLevel.compare_exchange_strong(level, levelFromEnv))
+        level = levelFromEnv;
+    const spdlog::string_view_t levelName = GetLevelName(level);
+    WriteLine(logger, spdlog::level::off, "Created Tarnex Logger level [{}]", fmt::make_format_args(levelName));
+    FlushLogger(logger);
+    g_ReadyLogger = &logger;
+    // A host that has set a level since then may have found no logger to say so.
+    if (const int latest = g_LogLevel; latest != level)
+        LogLevelChange(latest);
+
+    // At unload no thread may be started and there is no call to block, so it runs here. If no thread can be started
+    // now, the clean-up is left to the next process: on this thread it would block every other call.
+    if (g_Unloading)
+        RunRetention();
+    else
+        StartModuleThread(RunRetention);
+    return &logger;
+}
+
+}  // namespace
+
+void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt::format_args args)
+{
+    spdlog::logger* logger = g_ReadyLogger;
+    if (logger == nullptr && !g_LoggerFailed)
+        logger = CreateLogger();
+    if (logger != nullptr && level >= g_LogLevel)
+        WriteLine(*logger, level, format, args);
+}
+
+void LogLevelChange(int level)
+{
+    Log(spdlog::level::off, "Logger level was set to [{}]", GetLevelName(level));
 }
 
 void BeginUnload() noexcept

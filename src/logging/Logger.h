@@ -23,29 +23,23 @@ extern CAbandonable<std::shared_ptr<spdlog::logger>> g_Logger;
 /** g_Logger's logger, read without a lock; null until it is ready for use. */
 inline std::atomic<spdlog::logger*> g_ReadyLogger{nullptr};
 
-/** The level to apply, trace 0 to off 6; -1 until one has been chosen. */
+/** The lowest level that is written, trace 0 to off 6; -1 until one has been chosen. */
 inline std::atomic<int> g_LogLevel{-1};
 
-/** Set once creation has failed: it is not tried again. Guarded by g_LoggerMutex. */
-inline bool g_LoggerFailed = false;
+/** Set once creation has failed: it is not tried again. Written under g_LoggerMutex. */
+inline std::atomic<bool> g_LoggerFailed{false};
 
 /**
- * The lowest level that log sites let through: the logger's own once there is one, and before that a level
- * below all, because the first message creates the logger even if it is filtered out afterwards.
- */
-inline std::atomic<int> g_LogFilter{-1};
-
-/**
- * Writes a message that has passed the filter and creates the logger first if need be. Without a logger the
- * message is dropped. Raises what the creation of the logger raises, and nothing once that exists.
+ * Writes a message if its level is high enough, and creates the logger first if need be. Without a logger the
+ * message is dropped. Throws what the creation of the logger throws, and nothing once that exists.
  */
 void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt::format_args args);
 
-/** How every layer writes a message. One that is filtered out costs one load and one compare. */
+/** How every layer writes a message. One that is filtered out costs two loads; the first of all never is. */
 template <typename... Args>
 void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Args&&... args)
 {
-    if (level < g_LogFilter.load(std::memory_order_relaxed))
+    if (level < g_LogLevel.load(std::memory_order_relaxed) && g_ReadyLogger.load(std::memory_order_relaxed) != nullptr)
         return;
 #if FMT_VERSION >= 100000
     const fmt::string_view text = format.get();
@@ -55,11 +49,8 @@ void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Ar
     WriteMessage(level, text, fmt::make_format_args(args...));
 }
 
-/** Gives the logger the level that g_LogLevel holds when the call returns. Takes no lock. */
-void ApplyLogLevel(spdlog::logger& logger) noexcept;
-
-/** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
-spdlog::level::level_enum GetLogLevelFromEnv();
+/** Writes the line that tells of a new level. */
+void LogLevelChange(int level);
 
 /**
  * To be called first at unload or process exit, while all objects of the library still exist. From then on a first

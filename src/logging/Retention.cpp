@@ -3,11 +3,11 @@
 #include <windows.h>
 
 #include <ctime>
+#include <memory>
 
 #include "logging/Logger.h"
 #include "platform/Environment.h"
 #include "platform/LogFolder.h"
-#include "platform/ScopedHandle.h"
 #include "platform/Text.h"
 
 namespace {
@@ -26,6 +26,26 @@ int GetHoursFromEnv()
     return hours.value_or(kDefaultHours);
 }
 
+/**
+ * Deletes from the folder, whose path ends in a backslash, every file named prefix + anything + "." + extension that
+ * was last written more than this number of hours ago. A file that cannot be deleted is skipped.
+ */
+void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension, int hours)
+{
+    const std::int64_t cutOff = GetCutOffTime(::_time64(nullptr), hours);
+    const FILETIME cutOffTime = {static_cast<DWORD>(cutOff), static_cast<DWORD>(cutOff >> 32)};
+
+    WIN32_FIND_DATAW entry;
+    const HANDLE search = ::FindFirstFileW((folder + prefix + L"*." + extension).c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+        return;
+    const std::unique_ptr<void, decltype(&::FindClose)> owner(search, &::FindClose);
+    do {
+        if (::CompareFileTime(&entry.ftLastWriteTime, &cutOffTime) < 0)
+            ::DeleteFileW((folder + L'\\' + entry.cFileName).c_str());
+    } while (::FindNextFileW(search, &entry));
+}
+
 }  // namespace
 
 void RunRetention() noexcept
@@ -38,18 +58,6 @@ void RunRetention() noexcept
     } catch (...) {
         // Memory exhaustion ends the pass; the host has not asked for it.
     }
-}
-
-void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension, int hours)
-{
-    const std::int64_t cutOff = GetCutOffTime(::_time64(nullptr), hours);
-    const FILETIME cutOffTime = {static_cast<DWORD>(cutOff), static_cast<DWORD>(cutOff >> 32)};
-
-    WIN32_FIND_DATAW entry;
-    const CSearchHandle search(::FindFirstFileW((folder + prefix + L"*." + extension).c_str(), &entry));
-    for (bool found = search.IsOpen(); found; found = ::FindNextFileW(search.Get(), &entry) != FALSE)
-        if (::CompareFileTime(&entry.ftLastWriteTime, &cutOffTime) < 0)
-            ::DeleteFileW((folder + L'\\' + entry.cFileName).c_str());
 }
 
 std::int64_t GetCutOffTime(std::int64_t now, int hours) noexcept

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 /**
  * The retention pass: deletes the library's log files and leftover probe files from the log folder when they
@@ -11,13 +10,7 @@
 void RunRetention() noexcept;
 
 /**
- * Deletes from the folder, whose path ends in a backslash, every file named prefix + anything + "." +
- * extension that was last written more than so many hours ago. A file that cannot be deleted is skipped.
- */
-void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const std::wstring& extension, int hours);
-
-/**
- * The moment so many hours before now (seconds since 1970), as 100 ns units since 1601. Hours times 3600, and
- * the moment itself in seconds, wrap around at 32 bits.
+ * The time this number of hours before now (seconds since 1970), as 100 ns units since 1601. Hours times 3600, and
+ * that time in seconds, wrap around at 32 bits.
  */
 std::int64_t GetCutOffTime(std::int64_t now, int hours) noexcept;

@@ -23,16 +23,12 @@
 extern CMutex g_WriteMutex;
 
 /**
- * A logger for the file, which exists and is appended to, at this level; lines at err and critical flush it. A logger
- * created during unload is not registered. The caller holds g_LoggerMutex. Throws spdlog::spdlog_ex
- * when the file cannot be opened or a logger has been registered before.
+ * A logger for the file, which exists and is appended to. It takes every level; lines at err and critical flush it.
+ * The caller holds g_LoggerMutex. Throws spdlog::spdlog_ex when the file cannot be opened.
  */
-std::shared_ptr<spdlog::logger> OpenLogger(const std::wstring& path, spdlog::level::level_enum level, bool registered);
+std::shared_ptr<spdlog::logger> OpenLogger(const std::wstring& path);
 
-/** Lets lines of this level and above through. Takes no lock. */
-void SetLoggerLevel(spdlog::logger& logger, spdlog::level::level_enum level) noexcept;
-
-/** Formats and writes a message that the level lets through; whatever goes wrong costs that message only. */
+/** Formats and writes a message; whatever goes wrong costs that message only. */
 void WriteLine(spdlog::logger& logger, spdlog::level::level_enum level, fmt::string_view format,
                fmt::format_args args) noexcept;
 

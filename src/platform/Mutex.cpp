@@ -8,7 +8,7 @@ void CMutex::lock()
 {
     if (!IsProcessEnding())
         m_Mutex->lock();
-    else if (!TakeForGood())
+    else if (!TakeAtExit())
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
 }
 
@@ -18,13 +18,10 @@ void CMutex::unlock()
         m_Mutex->unlock();
 }
 
-bool CMutex::IsAbandoned()
+bool CMutex::TakeAtExit()
 {
-    return IsProcessEnding() && !TakeForGood();
-}
-
-bool CMutex::TakeForGood()
-{
+    if (!IsProcessEnding())
+        return true;
     m_bTakenForGood = m_bTakenForGood || m_Mutex->try_lock();
     return m_bTakenForGood;
 }

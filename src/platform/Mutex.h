@@ -21,15 +21,15 @@ public:
     void lock();
     void unlock();
 
-    /** True when process exit has ended the thread that holds the lock: what it guards may be torn. */
-    bool IsAbandoned();
+    /**
+     * Takes the lock if the process is ending, never to release it. False when process exit has ended the thread that
+     * holds it: what it guards may be torn.
+     */
+    bool TakeAtExit();
 
 private:
-    /** Once the process is ending: takes the lock, never to release it. False when an ended thread holds it. */
-    bool TakeForGood();
-
     CAbandonable<std::mutex> m_Mutex;
 
-    /** Written when one thread is left, else false. */
+    /** False until process exit; written only by the last thread. */
     bool m_bTakenForGood = false;
 };

@@ -6,8 +6,8 @@
 
 namespace {
 
-// Found by name: an import library of ntdll.dll also offers wcstol and other functions of the C runtime, which follow
-// rules of their own there.
+// Found by name: an import library of ntdll.dll also offers wcstol and other functions of the C runtime, which
+// behave differently.
 const auto g_RtlDllShutdownInProgress = reinterpret_cast<BOOLEAN(NTAPI*)()>(
     reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress")));
 
@@ -45,8 +45,7 @@ void StartModuleThread(void (*task)() noexcept) noexcept
     const HMODULE module = GetThisModule(0);
     if (module == nullptr)
         return;
-    if (const HANDLE thread = ::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr))
-        CloseFile(thread);
-    else
+    const CScopedHandle thread(::CreateThread(nullptr, 0, RunModuleTask, reinterpret_cast<void*>(task), 0, nullptr));
+    if (!thread)
         ::FreeLibrary(module);
 }

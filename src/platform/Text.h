@@ -12,7 +12,7 @@ std::wstring Utf8ToWide(const char* text);
 
 /**
  * The text as a base-10 integer of 32 bits, with leading white space and one sign allowed; nothing when it is
- * no integer, has anything behind its digits, or does not fit.
+ * no integer, is followed by anything else, or does not fit.
  */
 template <typename String>
 std::optional<int> ParseInteger(const String& text)

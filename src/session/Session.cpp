@@ -20,14 +20,14 @@ AuthHandle* ToObject(TarnexAuthHandle hAuth)
 CSession::~CSession()
 {
     BeginUnload();
-    if (!m_Mutex.IsAbandoned()) {
+    if (m_Mutex.TakeAtExit()) {
         bool canLog = true;
         for (const AuthHandle* handle : *m_Handles) {
             try {
                 if (canLog)
                     Log(spdlog::level::debug, "~CSession() for (auto h : m_Handles)");
             } catch (...) {
-                // The process's first message, and opening the log failed. Trying takes 50 ms; once is enough.
+                // The process's first message, and opening the log failed. spdlog retries for 50 ms; do that once.
                 canLog = false;
             }
             if (!IsProcessEnding())  // for the reason that CAbandonable gives

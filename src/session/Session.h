@@ -14,9 +14,9 @@ class AuthHandle;
  * Owns every handle of the process and does all handle work, one call at a time. A value in a host's variable
  * is compared with the registry before anything touches the object behind it.
  *
- * Operations on handles return 13 for a value that is not registered, else what AuthHandle returns. They
- * raise memory exhaustion, failures of a lock, and what the creation of the logger raises; the registry and
- * the host's variable are then as before.
+ * Operations on handles return TARNEX_E_HANDLE_NOT_FOUND for a value that is not registered, else what AuthHandle
+ * returns. They throw std::bad_alloc, std::system_error when a lock fails, and what the creation of the logger throws;
+ * the registry and the host's variable are then as before.
  */
 class CSession
 {
@@ -32,7 +32,7 @@ public:
     CSession(const CSession&) = delete;
     CSession& operator=(const CSession&) = delete;
 
-    /** Stores a new handle in *phAuth. 14 when that holds a registered handle. */
+    /** Stores a new handle in *phAuth. TARNEX_E_HANDLE_EXISTS when that holds a registered handle. */
     TarnexResult CreateAuthHandle(TarnexAuthHandle* phAuth);
 
     /** Destroys the handle in *phAuth and stores null there. */
