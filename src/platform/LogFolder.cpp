@@ -19,25 +19,26 @@ void AppendFolder(wchar_t (&path)[MAX_PATH], const wchar_t* name)
         ::CreateDirectoryW(path, nullptr);
 }
 
-/** True when the folder exists, is not read-only, and a probe file can be made in it. */
-bool IsFolderUsable(const wchar_t* path)
+/** True when the folder exists, is not read-only, and a probe file can be made in it. A drive alone, "C:", is none. */
+bool IsFolderUsable(const std::wstring& path)
 {
-    // Not the C runtime's status call: that of msvcrt.dll fails for a path with a final backslash. The value
-    // that stands for an error has both bits.
+    // Not the C runtime's status call: that of msvcrt.dll fails for a path with a final backslash.
+    // INVALID_FILE_ATTRIBUTES has both bits set.
     constexpr DWORD kBits = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY;
-    if ((::GetFileAttributesW(path) & kBits) != FILE_ATTRIBUTE_DIRECTORY)
+    const bool isDriveAlone = path.size() == 2 && path[1] == L':';
+    if (isDriveAlone || (::GetFileAttributesW(path.c_str()) & kBits) != FILE_ATTRIBUTE_DIRECTORY)
         return false;
 
     std::wstring probe = path;
     if (probe.back() != L'\\')
         probe += L'\\';
     probe += L"Tarnex-" + GetProcessIdText() + L".tmp";
-    const CFileHandle file(::CreateFileW(probe.c_str(), GENERIC_READ, FILE_SHARE_DELETE, nullptr, CREATE_NEW,
-                                         FILE_FLAG_DELETE_ON_CLOSE | FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (file.IsOpen())
+    const CScopedHandle file(::CreateFileW(probe.c_str(), GENERIC_READ, FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                                           FILE_FLAG_DELETE_ON_CLOSE | FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file.get() != INVALID_HANDLE_VALUE)
         return true;
-    // A folder may refuse the probe's deletion on close and still take log files. A probe that exists is one
-    // of another thread, at work on the same question.
+    // A folder may refuse the probe's deletion on close and still take log files. An existing probe is another
+    // thread's.
     const DWORD error = ::GetLastError();
     return error == ERROR_ACCESS_DENIED || error == ERROR_FILE_EXISTS;
 }
@@ -47,7 +48,7 @@ bool IsFolderUsable(const wchar_t* path)
 std::wstring GetLogFolderPath()
 {
     std::wstring folder = GetEnvValue(Utf8ToWide("TARNEX_LOG_DIR").c_str());
-    if (folder.empty() || !IsFolderUsable(folder.c_str())) {
+    if (folder.empty() || !IsFolderUsable(folder)) {
         wchar_t path[MAX_PATH] = {};
         ::SHGetSpecialFolderPathW(nullptr, path, CSIDL_LOCAL_APPDATA, FALSE);
         if (path[0] != L'\0') {
