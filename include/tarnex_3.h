@@ -35,18 +35,22 @@
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
 
-#ifndef _WIN64
-#error "Tarnex 3 is a library for 64-bit Windows: compile for that target."
+#if !defined(_WIN64) || !(defined(_M_X64) || defined(__x86_64__))
+#error "Tarnex 3 is a library for 64-bit Windows on x64: compile for that target."
 #endif
 
 #include <stdint.h>
 
-/* The version of this header, as text and as numbers for #if. tarnexGetAPIVersion_3 tells that of the DLL. */
-#define TARNEX_3_VERSION "3.1.1.43"
+/* The version of this header, as numbers for #if and as text, "3.1.1.43". tarnexGetAPIVersion_3 tells that of the
+   DLL. */
 #define TARNEX_3_VERSION_MAJOR 3
 #define TARNEX_3_VERSION_MINOR 1
 #define TARNEX_3_VERSION_PATCH 1
 #define TARNEX_3_VERSION_BUILD 43
+#define TARNEX_3_TEXT_(a, b, c, d) #a "." #b "." #c "." #d
+#define TARNEX_3_TEXT(a, b, c, d) TARNEX_3_TEXT_(a, b, c, d)
+#define TARNEX_3_VERSION \
+    TARNEX_3_TEXT(TARNEX_3_VERSION_MAJOR, TARNEX_3_VERSION_MINOR, TARNEX_3_VERSION_PATCH, TARNEX_3_VERSION_BUILD)
 
 #if defined(TARNEX_3_BUILDING)
 #define TARNEX_API

@@ -14,7 +14,7 @@ clang-format --dry-run --Werror "${sources[@]}"
 # Suppressed: that version 2.17 limits its analysis, and that it cannot read what a lambda with auto... does.
 say "cppcheck"
 cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr --std=c++20 \
-    --platform=win64 -D_WIN64 --library=windows --library=googletest --suppress=normalCheckLevelMaxBranches \
+    --platform=win64 -D_WIN64 -D_M_X64 --library=windows --library=googletest --suppress=normalCheckLevelMaxBranches \
     --suppress=internalAstError -I include -I src include src examples bench tests
 
 say "clang-tidy (takes some minutes)"
