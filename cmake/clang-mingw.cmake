@@ -2,17 +2,18 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
-set(mingw x86_64-w64-mingw32)
-set(flavour -posix)
+if(NOT DEFINED mingw)
+    set(mingw x86_64-w64-mingw32)
+    set(flavour -posix)
+endif()
 set(CMAKE_C_COMPILER clang)
 set(CMAKE_CXX_COMPILER clang++)
-set(CMAKE_C_COMPILER_TARGET ${mingw})
-set(CMAKE_CXX_COMPILER_TARGET ${mingw})
+set(CMAKE_C_COMPILER_TARGET x86_64-w64-mingw32)
+set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
+set(CMAKE_SYSROOT /usr/${mingw})
 set(CMAKE_RC_COMPILER ${mingw}-windres)
-set(CMAKE_OBJCOPY ${mingw}-objcopy CACHE FILEPATH "")
-set(CMAKE_STRIP ${mingw}-strip CACHE FILEPATH "")
 
-# Of the two flavours of GCC's runtime clang would not find the one with threads by itself. GCC knows where it is.
+# Of GCC's runtimes clang would not find this one by itself. GCC knows where it is.
 execute_process(COMMAND ${mingw}-g++${flavour} -print-libgcc-file-name
     OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 cmake_path(GET runtime PARENT_PATH runtime)

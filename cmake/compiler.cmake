@@ -1,8 +1,7 @@
 # Keeps the macros min and max of <windows.h> out of everybody's way.
 add_compile_definitions(NOMINMAX)
 
-include(CheckCXXCompilerFlag)
-include(CheckLinkerFlag)
+include(CheckCXXSourceCompiles)
 
 # Warnings are errors in the library's own code.
 add_library(tarnex_warnings INTERFACE)
@@ -18,8 +17,8 @@ else()
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 endif()
 
-# Hardening, of which a test reads what the finished DLL says of itself. Most of it is the linkers' default: named
-# here so that it stays.
+# Hardening flags; the "dll" test checks the DLL's headers for them. Most are the linkers' default: named here so that
+# they stay.
 if(MSVC)
     add_compile_options(/guard:cf)
     add_link_options(/guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
@@ -27,12 +26,14 @@ if(MSVC)
 else()
     add_compile_options(-fstack-protector-strong $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
     add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
-    check_cxx_compiler_flag(-mguard=cf TARNEX_COMPILER_GUARDS)
-    check_linker_flag(CXX -mguard=cf TARNEX_LINKER_GUARDS)
-    if(TARNEX_COMPILER_GUARDS AND TARNEX_LINKER_GUARDS)
+    # Control Flow Guard needs a table from the C runtime, "_load_config_used". Without it, Windows guards nothing,
+    # though the linker sets the flag: it only warns.
+    set(CMAKE_REQUIRED_FLAGS -mguard=cf)
+    check_cxx_source_compiles("int main() {}" TARNEX_GUARD_CF FAIL_REGEX "_load_config_used")
+    unset(CMAKE_REQUIRED_FLAGS)
+    if(TARNEX_GUARD_CF)
         add_compile_options($<$<NOT:$<COMPILE_LANGUAGE:RC>>:-mguard=cf>)
         add_link_options(-mguard=cf)
-        set(TARNEX_GUARD_CF ON)
     endif()
 endif()
 
@@ -45,13 +46,13 @@ else()
     add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
-# Debug symbols: a PDB for Windows' debuggers where the compiler can write one, and DWARF for gdb. (GCC 14 takes
+# Debug symbols: a PDB for Windows' debuggers where the compiler can write one, otherwise DWARF for gdb. (GCC 14 takes
 # -gcodeview too, but writes nothing.)
 if(MSVC)
     set(TARNEX_SYMBOLS /Zi)
     set(TARNEX_PDB ON)
 elseif(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
-    set(TARNEX_SYMBOLS -g -gcodeview -gdwarf)
+    set(TARNEX_SYMBOLS -g -gcodeview -fdebug-compilation-dir=.)
     set(TARNEX_PDB ON)
 else()
     set(TARNEX_SYMBOLS -g)
@@ -72,9 +73,11 @@ function(tarnex_separate_symbols target)
     endif()
     if(TARNEX_PDB)
         set(pdb $<TARGET_FILE_BASE_NAME:${target}>.pdb)
-        # The DLL names the PDB without a path.
-        target_link_options(${target} PRIVATE
-            -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/${pdb} -Wl,-Xlink=-pdbaltpath:${pdb})
+        # The DLL names the PDB without a path, and the PDB holds no path of this machine. "-s" leaves out the runtime's
+        # DWARF.
+        target_link_options(${target} PRIVATE -s -Wl,--gc-sections
+            -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/${pdb} -Wl,-Xlink=-pdbaltpath:${pdb} -Wl,-Xlink=-pdbsourcepath:.)
+        return()
     endif()
     set(symbols $<TARGET_FILE:${target}>.debug)
     # Each of these would write the time of day into the file's header.

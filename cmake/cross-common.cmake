@@ -1,4 +1,5 @@
 # What the cross toolchains share. ${mingw} is the name that their tools begin with.
+string(COMPARE EQUAL ${mingw} x86_64-w64-mingw32ucrt TARNEX_UCRT)
 set(CMAKE_FIND_ROOT_PATH /usr/${mingw})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -83,12 +83,12 @@ windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 # True when the toolchain of this preset is installed.
 has_toolchain() {
     case $1 in
-        mingw-ucrt) command -v x86_64-w64-mingw32ucrt-g++ >/dev/null ;;
+        *-ucrt) command -v x86_64-w64-mingw32ucrt-g++ >/dev/null ;;
     esac
 }
 
 # The presets for Linux.
-presets=(mingw mingw-ucrt mingw-debug clang-mingw)
+presets=(mingw mingw-ucrt mingw-debug clang-mingw clang-ucrt)
 
 # Ends the script unless these are presets for Linux.
 check_presets() {

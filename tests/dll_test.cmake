@@ -1,5 +1,5 @@
-# The finished DLL as a file: its exports, the DLLs that it needs, its hardening, its version. Where it has a PDB, that
-# is the DLL's, and knows the function and the line of each export.
+# The finished DLL as a file: its exports, the DLLs that it needs, its hardening, its version. Where it has a PDB, the two
+# carry the same identifier, and the PDB knows the function and the line of each export.
 function(run output)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_VARIABLE text)
     set(${output} "${text}" PARENT_SCOPE)
@@ -22,10 +22,18 @@ foreach(name IN LISTS names)
     expect(import "${name}" "Name: (ADVAPI32|KERNEL32|SHELL32|SHLWAPI|${RUNTIME}).dll")
 endforeach()
 
-run(text ${READOBJ} --file-headers ${DLL})
+# A flag that is set has what it needs to take effect: relocations, and the table of functions that may be called.
+run(text ${READOBJ} --file-headers --coff-load-config ${DLL})
 string(REGEX MATCHALL "IMAGE_DLL_CHARACTERISTICS_[A-Z_]+" flags "${text}")
 list(TRANSFORM flags REPLACE "IMAGE_DLL_CHARACTERISTICS_" "")
-expect(hardening "${flags}" "DYNAMIC_BASE;${GUARD}HIGH_ENTROPY_VA;NX_COMPAT")
+expect(hardening "${flags}" "DYNAMIC_BASE;(GUARD_CF;)?HIGH_ENTROPY_VA;NX_COMPAT")
+string(REGEX MATCH "IMAGE_FILE_RELOCS_STRIPPED" stripped "${text}")
+expect("relocations" "${stripped}" "")
+string(REGEX MATCH "GUARD_CF" flag "${text}")
+string(REGEX MATCH "GuardCFFunctionCount: [1-9]" table "${text}")
+string(COMPARE NOTEQUAL "${table}" "" guarded)
+string(COMPARE NOTEQUAL "${flag}" "" promised)
+expect("Control Flow Guard takes effect" "${guarded}" "${promised}")
 
 # The text of the version, in UTF-16.
 file(READ ${DLL} bytes HEX)
@@ -36,11 +44,21 @@ if(NOT bytes MATCHES "${wanted}")
 endif()
 
 if(PDB)
+    run(text ${READOBJ} --coff-debug-directory ${DLL})
+    string(REGEX MATCH "PDBGUID: ([^\n]+)" wanted "${text}")
+    # Before version 15 the tool shows bytes, of which the first three numbers have theirs in reverse.
+    string(REGEX REPLACE "^.(..) (..) (..) (..) (..) (..) (..) (..) (.*)" "\\4\\3\\2\\1\\6\\5\\8\\7\\9" wanted "${CMAKE_MATCH_1}")
+    string(REGEX REPLACE "[^0-9A-F]" "" wanted "${wanted}")
+    string(REGEX REPLACE "[.]dll$" ".pdb" pdb ${DLL})
+    run(text ${PDBUTIL} dump -summary ${pdb})
+    string(REGEX MATCH "GUID: {([^}]+)}" found "${text}")
+    string(REPLACE "-" "" found "${CMAKE_MATCH_1}")
+    expect("identifier of the PDB" "${found}" "${wanted}")
     foreach(export IN LISTS exports)
         string(REGEX MATCH "Name: ([A-Za-z_0-9]+).*RVA: (0x[0-9A-F]+)" export "${export}")
         set(name ${CMAKE_MATCH_1})
         run(found ${SYMBOLIZER} --obj=${DLL} --relative-address ${CMAKE_MATCH_2})
-        if(NOT found MATCHES "^${name}[^\n]*\n[^\n]*src/api/Exports.cpp:[1-9]")
+        if(NOT found MATCHES "^${name}[^\n]*\n[^\n]*src[/\\\\]api[/\\\\]Exports.cpp:[1-9]")
             message(FATAL_ERROR "${name}: ${found}")
         endif()
     endforeach()
