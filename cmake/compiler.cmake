@@ -72,11 +72,10 @@ function(tarnex_separate_symbols target)
         return()
     endif()
     if(TARNEX_PDB)
-        set(pdb $<TARGET_FILE_BASE_NAME:${target}>.pdb)
-        # The DLL names the PDB without a path, and the PDB holds no path of this machine. "-s" leaves out the runtime's
-        # DWARF.
-        target_link_options(${target} PRIVATE -s -Wl,--gc-sections
-            -Wl,--pdb=$<TARGET_FILE_DIR:${target}>/${pdb} -Wl,-Xlink=-pdbaltpath:${pdb} -Wl,-Xlink=-pdbsourcepath:.)
+        # The PDB lies beside the DLL, which names it without a path; it holds no path of this machine. "-s" leaves out
+        # the runtime's DWARF.
+        target_link_options(${target} PRIVATE -s -Wl,--gc-sections -Wl,--pdb=
+            -Wl,-Xlink=-pdbaltpath:$<TARGET_FILE_BASE_NAME:${target}>.pdb -Wl,-Xlink=-pdbsourcepath:.)
         return()
     endif()
     set(symbols $<TARGET_FILE:${target}>.debug)
