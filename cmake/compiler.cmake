@@ -3,18 +3,18 @@ add_compile_definitions(NOMINMAX)
 
 include(CheckCXXSourceCompiles)
 
-# Warnings are errors in the library's own code.
+# Warnings are errors, unless the library is part of somebody else's project.
 add_library(tarnex_warnings INTERFACE)
 if(MSVC)
     add_compile_definitions(_CRT_SECURE_NO_WARNINGS)  # _wgetenv is what is wanted
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
     # C4702, unreachable code, comes from the optimizer, which also warns of it in the headers of other libraries.
-    target_compile_options(tarnex_warnings INTERFACE /W4 /WX /wd4702 /permissive- /utf-8)
+    target_compile_options(tarnex_warnings INTERFACE /W4 $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:/WX> /wd4702 /permissive- /utf-8)
     # The exports are extern "C" and yet let exceptions out.
     string(REPLACE "/EHsc" "/EHs" CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}")
 else()
     target_compile_options(tarnex_warnings INTERFACE
-        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
 endif()
 
 # Hardening flags; the "dll" test checks the DLL's headers for them. Most are the linkers' default: named here so that

@@ -4,15 +4,19 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 script=$root/scripts/$(basename "$0")
 
-# The comment that the script begins with.
-usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$script"; }
+# The presets for Linux.
+presets=(mingw mingw-ucrt mingw-debug clang-mingw clang-ucrt)
 
-# Ends the script because of an argument that it does not know.
-refuse() {
-    printf '%s: unknown argument "%s"\n\n' "$(basename "$script")" "$1" >&2
+# The comment that the script begins with, with the names of the presets in place of PRESETS.
+usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$script" | sed "s/PRESETS/${presets[*]}/"; }
+
+# Ends the script because of its arguments.
+misused() {
+    printf '%s: %s\n\n' "$(basename "$script")" "$1" >&2
     usage >&2
     exit 2
 }
+refuse() { misused "unknown argument \"$1\""; }
 
 case "${1:-}" in
     -h | --help) usage; exit 0 ;;
@@ -80,22 +84,38 @@ start_wine() {
 # A path of this machine as Windows programs see it under Wine.
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
-# True when the toolchain of this preset is installed.
+# True when the toolchain of this preset is installed, or comes from a package that "need" installs.
 has_toolchain() {
     case $1 in
         *-ucrt) command -v x86_64-w64-mingw32ucrt-g++ >/dev/null ;;
     esac
 }
+missing_toolchain='the toolchain is missing; Debian 13 has it in the package g++-mingw-w64-ucrt64'
 
-# The presets for Linux.
-presets=(mingw mingw-ucrt mingw-debug clang-mingw clang-ucrt)
-
-# Ends the script unless these are presets for Linux.
+# Ends the script unless these are presets for Linux whose toolchain is installed.
 check_presets() {
-    local preset
-    for preset in "$@"; do
-        [[ " ${presets[*]} " == *" $preset "* ]] || refuse "$preset"
+    local name
+    for name in "$@"; do
+        [[ " ${presets[*]} " == *" $name "* ]] || refuse "$name"
+        has_toolchain "$name" || { echo "Preset $name: $missing_toolchain" >&2; exit 1; }
     done
+}
+
+# Reads "--preset PRESET" from the arguments: sets preset, and taken to the number of arguments that this took.
+take_preset() {
+    preset=mingw
+    taken=0
+    [ "${1:-}" = --preset ] || return 0
+    [ $# -ge 2 ] || misused "--preset needs the name of a preset"
+    check_presets "$2"
+    preset=$2
+    taken=2
+}
+
+# Installs what these presets need to be built.
+need_for() {
+    need "${build_tools[@]}"
+    [[ " $*" != *" clang-"* ]] || need "${clang_tools[@]}"
 }
 
 build_tools=(cmake ninja-build g++-mingw-w64-x86-64-posix llvm libspdlog-dev libfmt-dev googletest pkgconf wine wine64)

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Repeats the library's worst moments by the hundred, prints a table, and fails when anything goes wrong. Takes ten
-# minutes.
+# Repeats stress cases by the hundred, prints a table, and fails when anything goes wrong. Takes ten minutes.
 #
-# usage: soak.sh [--preset PRESET] [MOMENT [COUNT]]
+# usage: soak.sh [--preset PRESET] [CASE [COUNT]]
 #
-# MOMENT   what is repeated, without one all of these:
+# CASE     what is repeated, without one all of these:
 #            ExitBusy           the process exits while threads are inside calls
 #            ExitWithHandles    the process exits with handles left: idle, before the first message, inside a call
 #            FirstMessages      six threads race for the first message (40 rounds each time)
@@ -14,11 +13,11 @@
 #            NoMemory           allocations that fail
 #            DiskFull           the demo with its log on a full disk (needs root)
 # COUNT    how often
-# PRESET   which build, mingw by default
+# PRESET   which build: mingw (the default), or another one of PRESETS
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-# Moment, count, and the test behind it.
-moments='ExitBusy 400 Exit.InsideCalls
+# Case, count, and the test behind it.
+cases='ExitBusy 400 Exit.InsideCalls
 ExitWithHandles 200 Exit.FlushesTheLog
 FirstMessages 30 Threads.Race
 UnloadDuringPass 100 CleanUp.Keeps
@@ -27,32 +26,27 @@ OneHandle 50 Store.IsSafe
 NoMemory 500 Store.RaisesBadAlloc
 DiskFull 50 -'
 
-preset=mingw
-if [ "${1:-}" = --preset ]; then
-    check_presets "${2:-}"
-    preset=$2
-    shift 2
-fi
-[ $# -eq 0 ] || grep -q "^$1 " <<<"$moments" || refuse "$1"
+take_preset "$@"
+shift $taken
+[ $# -eq 0 ] || grep -q "^$1 " <<<"$cases" || refuse "$1"
 [[ ${2:-1} =~ ^[1-9][0-9]*$ ]] || refuse "$2"
 [ $# -le 2 ] || refuse "$3"
 
 row() { printf '%-17s | %6s | %s\n' "$@"; }
 
-# Repeats a test and prints a row with the number of failures and the first one.
+# Repeats a test and prints a row: "passed", or the first failure.
 repeat_test() {
-    local moment=$1 count=$2 test=$3 program=host_test status=0 failures first=nothing
+    local name=$1 count=$2 test=$3 program=host_test status=0 result=passed
     [[ $test != Store.* ]] || program=internal_test
     (cd "build/$preset/bin" && timeout 7200 "$root/scripts/wine.sh" "./$program.exe" --gtest_filter="$test*" \
         --gtest_repeat="$count") >build/soak.txt 2>&1 || status=$?
     [ "$(grep -c 'OK \]' build/soak.txt)" -eq "$count" ] || status=1
-    failures=$(grep -c ': Failure' build/soak.txt) || true
     if [ $status -ne 0 ]; then
-        first=$(grep -m1 -A4 ': Failure' build/soak.txt | tail -n +2 | tr -d '\r' | tr -s '\n ' ' ') ||
-            first="ended with status $status: $(tail -1 build/soak.txt)"
+        result="FAILED: $(grep -m1 -A4 ': Failure' build/soak.txt | tail -n +2 | tr -d '\r' | tr -s '\n ' ' ')" ||
+            result="FAILED, the program ended with status $status"
         cat build/soak.txt >>build/soak.log
     fi
-    row "$moment" "$count" "$failures: $first"
+    row "$name" "$count" "$result"
     return $status
 }
 
@@ -71,27 +65,27 @@ fill_disk() {
             failures=$((failures + 1))
     done
     [ "$(find "$folder" -name 'Tarnex-*' | wc -l)" -ge 1 ] && [ -z "$(find "$folder" -name 'Tarnex-*' -size +0)" ] ||
-        { row DiskFull "$1" "the disk was not full"; failures=1; }
+        { row DiskFull "$1" "FAILED: the disk was not full"; failures=1; }
     umount "$folder"
     rmdir "$folder"
-    row DiskFull "$1" "$failures: runs of the demo that got another result"
+    [ "$failures" -eq 0 ] && row DiskFull "$1" passed || row DiskFull "$1" "FAILED: $failures runs got another result"
     [ "$failures" -eq 0 ]
 }
 
-need "${build_tools[@]}"
+need_for "$preset"
 build "$preset"
 start_wine
 
-say "Worst moments (what failed, in full: build/soak.log)"
+say "Stress cases (what failed, in full: build/soak.log)"
 : >build/soak.log
-row moment count "went wrong"
+row case count result
 failed=0
-while read -r moment count test; do
-    [ $# -eq 0 ] || [ "$1" = "$moment" ] || continue
+while read -r name count test; do
+    [ $# -eq 0 ] || [ "$1" = "$name" ] || continue
     count=${2:-$count}
-    case $moment in
+    case $name in
         DiskFull) fill_disk "$count" || failed=1 ;;
-        *) repeat_test "$moment" "$count" "$test" </dev/null || failed=1 ;;
+        *) repeat_test "$name" "$count" "$test" </dev/null || failed=1 ;;
     esac
-done <<<"$moments"
+done <<<"$cases"
 exit $failed

@@ -3,25 +3,31 @@
 #
 # usage: test.sh             with MinGW GCC, and for the universal C runtime where that toolchain is installed
 #        test.sh --all       with every compiler and setting for Linux
-#        test.sh PRESET...   with these presets
+#        test.sh PRESET...   with these of PRESETS
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-chosen=(mingw)
-if [ "${1:-}" = --all ]; then
+if [ $# -eq 0 ]; then
+    wanted=(mingw mingw-ucrt)
+elif [ "$1" = --all ]; then
     [ $# -eq 1 ] || refuse "$2"
-    chosen+=(mingw-debug clang-mingw)
-elif [ $# -ne 0 ]; then
+    wanted=(mingw mingw-debug clang-mingw mingw-ucrt clang-ucrt)
+else
     check_presets "$@"
-    chosen=("$@")
+    wanted=("$@")
 fi
-if [ $# -eq 0 ] || [ "$1" = --all ]; then
-    ! has_toolchain mingw-ucrt || chosen+=(mingw-ucrt)
-fi
+chosen=()
+for preset in "${wanted[@]}"; do
+    if has_toolchain "$preset"; then
+        chosen+=("$preset")
+    else
+        echo "Without preset $preset: $missing_toolchain"
+    fi
+done
 
-need "${build_tools[@]}" "${test_tools[@]}"
-[[ " ${chosen[*]} " != *" clang-mingw "* ]] || need "${clang_tools[@]}"
+need_for "${chosen[@]}"
+need "${test_tools[@]}"
 
-# Not for every day: the benchmark still compiles.
+# Only with --all: check that the benchmark still compiles.
 [ "${1:-}" != --all ] || build mingw --target bench
 
 for preset in "${chosen[@]}"; do
