@@ -1,27 +1,25 @@
-// What the library does when the log cannot be written.
-#include <gtest/gtest.h>
-
+// What the library does when the system refuses it something.
 #include "host.h"
 
 namespace {
 
-TEST(Faults, WithoutAFileThereIsNoLogForGood)
+TEST(Faults, FailedCreationIsPermanent)
 {
     static bool refused = true;
     Host host;
-    ReplaceImport(host.module.get(), &::CreateFileW, [](LPCWSTR name, auto... how) {
+    Replace<decltype(::CreateFileW)>("CreateFileW", [](LPCWSTR name, auto... how) {
         ::SetLastError(ERROR_DISK_FULL);
         return refused && fs::path(name).extension() == L".log" ? INVALID_HANDLE_VALUE : ::CreateFileW(name, how...);
     });
     host.DeleteNull();
     refused = false;
-    EXPECT_TRUE(host.UseHandle());
+    host.UseHandle();
     EXPECT_EQ(host.tarnexFlushLog_3(), TARNEX_E_NO_LOGGER);
     host.Unload();
-    EXPECT_EQ(host.Log(), Lines());
+    EXPECT_EQ(host.Files(), Names());
 }
 
-TEST(Faults, AFileThatCannotBeOpenedRaisesAnErrorAndIsTriedAgain)
+TEST(Faults, AFileThatCannotBeOpenedThrowsAndIsTriedAgain)
 {
     Host host;
     host.tarnexSetLogName_3("x");
@@ -30,18 +28,30 @@ TEST(Faults, AFileThatCannotBeOpenedRaisesAnErrorAndIsTriedAgain)
     EXPECT_THROW(host.DeleteNull(), std::exception);
     ::CloseHandle(held);
     EXPECT_EQ(host.DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
-    EXPECT_EQ(host.Log(), (Lines{"[O] Created Tarnex Logger level [error]", kNoHandle}));
+    ExpectLog(host, {"[O] Created Tarnex Logger level [error]", kNoHandle});
 }
 
 TEST(Faults, AFullDiskChangesNoResult)
 {
     Host host;
     host.tarnexSetLogLevel_3(9);
-    host.BreakLogFile();
-    EXPECT_TRUE(host.UseHandle());
+    ReplaceWriteFile([](HANDLE file, auto... what) {
+        return file == ::GetStdHandle(STD_OUTPUT_HANDLE) ? ::WriteFile(file, what...) : FALSE;
+    });
+    host.UseHandle();
     EXPECT_EQ(host.tarnexFlushLog_3(), TARNEX_OK);
     host.Unload();
-    EXPECT_EQ(host.Log(), Lines{"[O] Created Tarnex Logger level [error]"});
+    ExpectLog(host, {"[O] Created Tarnex Logger level [error]"});
+}
+
+TEST(Faults, WithoutAThreadTheCleanUpIsLeftToTheNextProcess)
+{
+    Host host;
+    Replace<decltype(::CreateThread)>("CreateThread", [](auto...) { return HANDLE{}; });
+    host.AddFile(L"Tarnex-1.log", 100000);
+    host.DeleteNull();
+    EXPECT_TRUE(host.Unload(2000));
+    EXPECT_EQ(host.Files(), (Names{host.logName, L"Tarnex-1.log"}));
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
 // What the log stands on, from inside: its folder, text, and times.
-#include <gtest/gtest.h>
-
 #include "host.h"
 #include "logging/Retention.h"
 #include "platform/LogFolder.h"
@@ -14,19 +12,26 @@ namespace {
 std::wstring g_AppData;
 DWORD g_ProbeError = 0;
 
-/** The log folder when TARNEX_LOG_DIR says this, creating the probe fails so, and this is the application data. */
+/** The log folder for this TARNEX_LOG_DIR when the probe fails with this error, and the application-data path is this.
+ */
 std::wstring FolderFor(const std::wstring& wanted, DWORD probeError, const std::wstring& appData)
 {
     static const auto create = reinterpret_cast<decltype(&::CreateFileW)>(
         reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32"), "CreateFileW")));
-    ReplaceImport(::GetModuleHandleW(nullptr), create, [](auto... how) {
-        ::SetLastError(g_ProbeError);
-        return g_ProbeError != 0 ? INVALID_HANDLE_VALUE : create(how...);
-    });
-    ReplaceImport(::GetModuleHandleW(nullptr), &::SHGetSpecialFolderPathW, [](HWND, LPWSTR path, int folder, BOOL) {
-        g_AppData.copy(path, folder == CSIDL_LOCAL_APPDATA ? MAX_PATH : 0);
-        return FALSE;  // the path alone counts
-    });
+    Replace<decltype(::CreateFileW)>(
+        "CreateFileW",
+        [](auto... how) {
+            ::SetLastError(g_ProbeError);
+            return g_ProbeError != 0 ? INVALID_HANDLE_VALUE : create(how...);
+        },
+        nullptr);
+    Replace<decltype(::SHGetSpecialFolderPathW)>(
+        "SHGetSpecialFolderPathW",
+        [](HWND, LPWSTR path, int folder, BOOL) {
+            g_AppData.copy(path, folder == CSIDL_LOCAL_APPDATA ? MAX_PATH : 0);
+            return FALSE;  // the path alone counts
+        },
+        nullptr);
     SetEnv(L"TARNEX_LOG_DIR", wanted);
     g_ProbeError = probeError;
     g_AppData = appData;
@@ -47,6 +52,7 @@ TEST(Folder, IsTheOneAskedForOrBelowTheApplicationData)
                                                                    {folder, ERROR_PATH_NOT_FOUND, standard},
                                                                    {folder + L"\\missing", 0, standard},
                                                                    {folder + L"\\file", 0, standard},
+                                                                   {L"C:", 0, standard},
                                                                    {L"", 0, standard}};
     for (const auto& [wanted, probeError, expected] : cases) {
         EXPECT_EQ(FolderFor(wanted, probeError, folder), expected) << wanted << " " << probeError;
@@ -56,7 +62,7 @@ TEST(Folder, IsTheOneAskedForOrBelowTheApplicationData)
     }
     ::SetFileAttributesW(folder.c_str(), FILE_ATTRIBUTE_READONLY);
     const bool isReadOnly = (::GetFileAttributesW(folder.c_str()) & FILE_ATTRIBUTE_READONLY) != 0;  // not under Wine
-    EXPECT_EQ(FolderFor(folder, 0, L"C:"), isReadOnly ? L"C:\\Velmora\\Logs\\" : folder + L"\\");
+    EXPECT_EQ(FolderFor(folder, 0, folder), isReadOnly ? standard : folder + L"\\");
     ::SetFileAttributesW(folder.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
@@ -67,12 +73,12 @@ TEST(Text, IsConvertedFromUtf8OrRefused)
         EXPECT_THROW(Utf8ToWide(text), std::range_error) << text;
 }
 
-TEST(Retention, ReckonsIn32Bits)
+TEST(Retention, CutOffWrapsAt32Bits)
 {
     // 1800000000 seconds since 1970 are 13444473600 since 1601; 596523 hours are the most below 2^31 seconds.
     EXPECT_EQ(GetCutOffTime(1800000000, 596523), 112969908000000000);
-    EXPECT_EQ(GetCutOffTime(1800000000, 1193047), 134444716960000000) << "comes round to 1904 seconds";
-    EXPECT_EQ(GetCutOffTime(2147483647, -1), 94969935510000000) << "comes round to before 1970";
+    EXPECT_EQ(GetCutOffTime(1800000000, 1193047), 134444716960000000) << "wraps to 1904 seconds";
+    EXPECT_EQ(GetCutOffTime(2147483647, -1), 94969935510000000) << "wraps to before 1970";
 }
 
 }  // namespace

@@ -1,17 +1,17 @@
 #pragma once
 
-// What the tests share: a host of the finished DLL, its log folder, and faults of the system.
+// What the tests and the benchmark share: a host of the finished DLL, its log folder, and faults of the system.
 
+#include <gtest/gtest.h>
 #include <tarnex_loader.h>
 // After <windows.h>, which it needs.
 #include <dbghelp.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <set>
 #include <string>
 #include <thread>
@@ -30,22 +30,24 @@ inline void SetEnv(const std::wstring& name, const std::wstring& value)
     ::_wputenv((name + L"=" + value).c_str());
 }
 
-/** Polls until the condition holds, for half a minute at most. */
-inline void WaitUntil(const std::function<bool()>& condition)
+/** Polls until the flag is set, for half a minute at most; false when it is not. */
+inline bool WaitFor(const std::atomic<bool>& flag)
 {
-    for (int i = 0; i < 30000 && !condition(); ++i)
+    for (int i = 0; i < 30000 && !flag; ++i)
         ::Sleep(1);
+    return flag;
 }
 
-/** Runs the work on so many threads at once, which are given their number. */
-inline void RunThreads(int count, const std::function<void(int)>& work)
+/** Runs the work on `count` threads at once, which are given their number. */
+template <typename Work>
+void RunThreads(int count, const Work& work)
 {
     std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
         threads.emplace_back(work, number);  // NOLINT(performance-inefficient-vector-operation): there are few
 }
 
-/** An empty folder for log files, removed at the end. A process that a test starts has that of the test. */
+/** An empty folder for log files, removed at the end. A child process uses its parent's folder. */
 struct LogFolder
 {
     LogFolder()
@@ -55,9 +57,13 @@ struct LogFolder
         SetEnv(L"TARNEX_TEST_FOLDER", path);
         SetEnv(L"TARNEX_LOG_DIR", path);
     }
-    ~LogFolder() { fs::remove_all(path); }
+    ~LogFolder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
 
-    /** Makes a file that was last written so many minutes ago. */
+    /** Makes a file that was last written `minutesAgo`. */
     void AddFile(const std::wstring& name, int minutesAgo) const
     {
         std::ofstream(path / name).close();
@@ -72,7 +78,7 @@ struct LogFolder
         return names;
     }
 
-    /** The lines of all its log files without their time, as in "[E] text", or "torn: ..." where one is not whole. */
+    /** The lines of all its log files without their time, as in "[E] text", or "torn: ..." for an incomplete line. */
     Lines Log() const
     {
         Lines lines;
@@ -88,7 +94,53 @@ struct LogFolder
 
     const wchar_t* inherited = ::_wgetenv(L"TARNEX_TEST_FOLDER");
     std::wstring processId = std::to_wstring(::GetCurrentProcessId());
+    std::wstring logName = L"Tarnex-" + processId + L".log";
     fs::path path = inherited != nullptr ? inherited : fs::temp_directory_path() / (L"tarnex-" + processId);
+};
+
+/** Fails with the first line in which the log in the folder is not as expected. */
+inline void ExpectLog(const LogFolder& folder, const Lines& expected)
+{
+    const Lines log = folder.Log();
+    const auto [line, wanted] = std::mismatch(log.begin(), log.end(), expected.begin(), expected.end());
+    if (line != log.end() || wanted != expected.end())
+        ADD_FAILURE() << "line " << line - log.begin() + 1 << " of the log: " << (line == log.end() ? "none" : *line)
+                      << "\n  expected: " << (wanted == expected.end() ? "none" : *wanted);
+}
+
+/** Has the library, or another module, call something else in place of a function that it imports. */
+template <typename Function>
+void Replace(const char* name, Function* replacement, const wchar_t* module = L"Tarnex_3")
+{
+    ULONG size = 0;
+    DWORD before = 0;
+    auto* const table = static_cast<char*>(
+        ::ImageDirectoryEntryToData(::GetModuleHandleW(module), TRUE, IMAGE_DIRECTORY_ENTRY_IAT, &size));
+    ::VirtualProtect(table, size, PAGE_READWRITE, &before);
+    for (const wchar_t* exporter : {L"kernel32", L"kernelbase", L"shell32"})
+        if (const FARPROC original = ::GetProcAddress(::GetModuleHandleW(exporter), name))
+            for (ULONG i = 0; i < size; i += sizeof original)
+                if (std::memcmp(table + i, &original, sizeof original) == 0)
+                    std::memcpy(table + i, &replacement, sizeof replacement);
+}
+
+/** The same for WriteFile, which the library's C runtime calls; it may be part of the library. */
+inline void ReplaceWriteFile(decltype(::WriteFile)* replacement)
+{
+    for (const wchar_t* runtime : {L"Tarnex_3", L"msvcrt", L"ucrtbase"})
+        if (::GetModuleHandleW(runtime) != nullptr)
+            Replace("WriteFile", replacement, runtime);
+}
+
+/** Where a test holds the first thread that comes by until the gate is open. */
+struct Gate
+{
+    std::atomic<bool> reached{false}, open{false};
+    void Pass()
+    {
+        if (!reached.exchange(true))
+            WaitFor(open);
+    }
 };
 
 /** A host of the finished DLL, with these values in its environment. */
@@ -108,38 +160,16 @@ struct Host : LogFolder, TarnexLoader
         return tarnexDeleteAuthHandle_3(&null);
     }
 
-    /** Makes calls with all kinds of results; true when these are as usual. */
-    bool UseHandle(const std::string& value = "v") const
+    /** Makes calls with all kinds of results, and stops at the first that gets another one than it should. */
+    void UseHandle(const std::string& value = "v") const
     {
         TarnexAuthHandle handle = nullptr;
-        return tarnexCreateAuthHandle_3(&handle) == TARNEX_OK &&
-               tarnexRemoveAuthParams_3(&handle, "k") == TARNEX_E_PARAM_NOT_FOUND &&
-               tarnexSetAuthParams_3(&handle, "k", value.c_str()) == TARNEX_OK &&
-               tarnexDeleteAuthHandle_3(&handle) == TARNEX_OK && DeleteNull() == TARNEX_E_HANDLE_NOT_FOUND &&
-               tarnexSetLogLevel_3(7) == TARNEX_E_INVALID_ARGUMENT;  // writes without the session's lock
-    }
-
-    /** From now on nothing can be written to the log file, as on a full disk. */
-    void BreakLogFile() const
-    {
-        wchar_t name[MAX_PATH];
-        for (std::uintptr_t value = 4; value < 4096; value += 4) {
-            const auto handle = reinterpret_cast<HANDLE>(value);
-            if (::GetFinalPathNameByHandleW(handle, name, MAX_PATH, 0) != 0 && fs::path(name).extension() == L".log")
-                ::CloseHandle(handle);
-        }
+        ASSERT_EQ(tarnexCreateAuthHandle_3(&handle), TARNEX_OK);
+        ASSERT_EQ(tarnexRemoveAuthParams_3(&handle, "k"), TARNEX_E_PARAM_NOT_FOUND);
+        ASSERT_EQ(tarnexSetAuthParams_3(&handle, "k", value.c_str()), TARNEX_OK);
+        ASSERT_EQ(tarnexDeleteAuthHandle_3(&handle), TARNEX_OK);
+        ASSERT_EQ(handle, nullptr);
+        ASSERT_EQ(DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
+        ASSERT_EQ(tarnexSetLogLevel_3(7), TARNEX_E_INVALID_ARGUMENT);  // writes without the session's lock
     }
 };
-
-/** Has the module call something else in place of an imported function. */
-template <typename Function>
-void ReplaceImport(HMODULE module, Function* original, std::common_type_t<Function*> replacement)
-{
-    ULONG size = 0;
-    DWORD before = 0;
-    auto* const table = static_cast<char*>(::ImageDirectoryEntryToData(module, TRUE, IMAGE_DIRECTORY_ENTRY_IAT, &size));
-    ::VirtualProtect(table, size, PAGE_READWRITE, &before);
-    for (ULONG i = 0; i < size; i += sizeof original)
-        if (std::memcmp(table + i, &original, sizeof original) == 0)
-            std::memcpy(table + i, &replacement, sizeof replacement);
-}

@@ -1,22 +1,9 @@
 // The log: when it begins, its name, its lines, its level, and the clean-up of old ones.
-#include <gtest/gtest.h>
-
 #include <ctime>
 
 #include "host.h"
 
 namespace {
-
-TEST(Log, BeginsWithTheFirstMessageEvenIfThatIsFilteredOut)
-{
-    Host host;
-    TarnexAuthHandle handle = nullptr;
-    host.tarnexCreateAuthHandle_3(&handle);
-    EXPECT_EQ(host.Files(), Names());
-    host.tarnexSetAuthParams_3(&handle, "k", "v");
-    host.Unload();
-    EXPECT_EQ(host.Files(), Names{L"Tarnex-" + host.processId + L".log"});
-}
 
 TEST(Log, HasLinesInLocalTimeThatEndInCrLf)
 {
@@ -32,14 +19,17 @@ TEST(Log, HasLinesInLocalTimeThatEndInCrLf)
     EXPECT_EQ(text.replace(14, 9, "mm:ss.mmm"), expected);
 }
 
-TEST(Log, TakesItsLevelFromTheFirstLetterInTheEnvironment)
+TEST(Log, BeginsWithTheFirstMessageAtTheLevelOfTheEnvironment)
 {
     const std::pair<std::wstring, std::string> cases[] = {
         {L"TRACE", "trace"}, {L"Debug", "debug"}, {L"Info", "info"},   {L"Wobble", "warning"},
         {L"C", "critical"},  {L"OFF", "off"},     {L"debug", "error"}, {L"3", "error"}};
     for (const auto& [value, level] : cases) {
-        Host host(value);
-        host.tarnexSetLogLevel_3(7);
+        const Host host(value);
+        TarnexAuthHandle handle = nullptr;
+        host.tarnexCreateAuthHandle_3(&handle);
+        EXPECT_EQ(host.Files(), Names());
+        host.tarnexSetAuthParams_3(&handle, "k", "v");  // filtered out by most levels
         EXPECT_EQ(host.Log(), Lines{"[O] Created Tarnex Logger level [" + level + "]"}) << value;
     }
 }
@@ -58,11 +48,27 @@ TEST(Log, TakesItsLevelFromTheHostAndHoldsLinesBelowErrUntilAFlush)
     host.tarnexSetLogLevel_3(0xFFFFFFFF);
     EXPECT_EQ(host.Log().size(), 4u);
     host.tarnexFlushLog_3();
-    EXPECT_EQ(host.Log(),
-              (Lines{"[O] Created Tarnex Logger level [warning]",
+    ExpectLog(host, {"[O] Created Tarnex Logger level [warning]",
                      "[W] SetLogLevel() was called whith invalid level [7]", "[O] Logger level was set to [error]",
                      kNoHandle, "[O] Logger level was set to [off]", "[O] Logger level was set to [trace]",
-                     "[W] SetLogLevel() was called whith invalid level [-1]", "[T] Logger Flush() was called"}));
+                     "[W] SetLogLevel() was called whith invalid level [-1]", "[T] Logger Flush() was called"});
+}
+
+TEST(Log, TellsOfALevelThatIsSetWhileItIsCreated)
+{
+    static Gate gate;
+    Host host;
+    ReplaceWriteFile([](auto... what) {
+        gate.Pass();
+        return ::WriteFile(what...);
+    });
+    {
+        const std::jthread first([&] { host.DeleteNull(); });
+        EXPECT_TRUE(WaitFor(gate.reached));
+        host.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);
+        gate.open = true;
+    }
+    ExpectLog(host, {"[O] Created Tarnex Logger level [error]", "[O] Logger level was set to [trace]", kNoHandle});
 }
 
 TEST(Log, TakesANameFromTheHostUntilItBegins)
@@ -80,7 +86,7 @@ TEST(Log, TakesANameFromTheHostUntilItBegins)
     host.Unload();
     EXPECT_EQ(host.Files(), (Names{L"Tarnex-\u00E4" + id + L".log", L"Tarnex-B" + id + L".log",
                                    L"Tarnex-B" + id + L"-1.log", L"Tarnex-B" + id + L"-2.log"}));
-    EXPECT_EQ(host.Log(), (Lines{"torn: before\r", "[O] Created Tarnex Logger level [error]", kNoHandle}));
+    ExpectLog(host, {"torn: before\r", "[O] Created Tarnex Logger level [error]", kNoHandle});
 }
 
 TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
@@ -93,23 +99,30 @@ TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
         host.AddFile(L"Tarnex-2.log", hours * 60 - 5);
         host.DeleteNull();
         host.Unload();
-        EXPECT_EQ(host.Files(), (Names{L"Tarnex-" + host.processId + L".log", L"Tarnex-2.log", L"TarnexX.tmp"}))
-            << value;
+        EXPECT_EQ(host.Files(), (Names{host.logName, L"Tarnex-2.log", L"TarnexX.tmp"})) << value;
     }
 }
 
-TEST(CleanUp, KeepsTheLibraryLoadedButNoCallWaiting)
+TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
 {
+    static Gate gate;
+    static const DWORD caller = ::GetCurrentThreadId();
     Host host(L"", L"x");
-    for (int i = 0; i < 1500; ++i)
-        host.AddFile(L"Tarnex-" + std::to_wstring(i) + L"-old.log", 100000);
+    Replace<decltype(::DeleteFileW)>("DeleteFileW", [](LPCWSTR name) {
+        gate.open = gate.open || ::GetCurrentThreadId() == caller;
+        gate.Pass();
+        return ::DeleteFileW(name);
+    });
+    host.AddFile(L"Tarnex-1.log", 100000);
     host.tarnexSetLogLevel_3(7);
-    EXPECT_GT(host.Files().size(), 1u);
-    host.Unload();
+    EXPECT_TRUE(WaitFor(gate.reached) && !gate.open);
+    host.UseHandle();
+    EXPECT_FALSE(host.Unload(0));
+    gate.open = true;
+    EXPECT_TRUE(host.Unload());
     EXPECT_EQ(host.Files().size(), 1u);
-    EXPECT_EQ(host.Log(),
-              (Lines{"[O] Created Tarnex Logger level [error]",
-                     "[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours"}));
+    EXPECT_EQ(host.Log()[1],
+              "[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours");
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 // The handle objects from inside: what no export reaches.
-#include <gtest/gtest.h>
-
 #include "host.h"
 #include "logging/Controls.h"
 #include "logging/Logger.h"
+#include "logging/Retention.h"
 #include "session/AuthHandle.h"
 
 namespace {
@@ -14,18 +13,8 @@ bool g_NoMemory = false;
 
 void* operator new(std::size_t size)
 {
-    void* const memory = g_NoMemory ? nullptr : ::HeapAlloc(::GetProcessHeap(), 0, size);
+    void* const memory = g_NoMemory ? nullptr : std::malloc(size);
     return memory != nullptr ? memory : throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    ::HeapFree(::GetProcessHeap(), 0, memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    operator delete(memory);
 }
 
 namespace {
@@ -92,9 +81,9 @@ TEST_F(Store, GivesIntegersWithinTheirBounds)
     EXPECT_EQ(get("11"), TARNEX_E_OUT_OF_RANGE);
     EXPECT_EQ(folder.Log().back(), "[E] GetAuthParamInt(): [n] = [11] is out of range [<= [10]]");
     EXPECT_EQ(number, 99);
-    for (const char* value : {"1", "10", " \t\n+7"}) {
+    for (const auto& [value, expected] : {std::pair{"1", 1}, {"10", 10}, {" \t\n+7", 7}}) {
         EXPECT_EQ(get(value), TARNEX_OK) << value;
-        EXPECT_EQ(number, std::stoi(value));
+        EXPECT_EQ(number, expected);
     }
 }
 
@@ -122,6 +111,7 @@ TEST_F(Store, RaisesBadAllocWithoutMemoryAndIsAsBefore)
     EXPECT_THROW(tarnexCreateAuthHandle_3(&second), std::bad_alloc);
     EXPECT_THROW(tarnexDeleteAuthHandle_3(&second), std::bad_alloc);
     EXPECT_THROW(tarnexSetAuthParams_3(&first, "k", text.c_str()), std::bad_alloc);
+    RunRetention();  // ends without a word
     g_NoMemory = false;
     EXPECT_EQ(second, nullptr);
     EXPECT_EQ(tarnexRemoveAuthParams_3(&first, "k"), TARNEX_E_PARAM_NOT_FOUND);
