@@ -31,7 +31,10 @@ static int unexpected = 0;
 static void show(const char* call, TarnexResult result, TarnexResult expected)
 {
     printf("  %-62s %2u  %s\n", call, (unsigned)result, resultName(result));
-    unexpected += result != expected;
+    if (result != expected) {
+        fprintf(stderr, "%s returned %u, expected %u\n", call, (unsigned)result, (unsigned)expected);
+        ++unexpected;
+    }
 }
 
 /* Makes the call, and prints it as it is written here with its result. */
@@ -47,7 +50,10 @@ int main(void)
     printf("Before the first message there is no log: it can be named, but not flushed\n");
     SHOW(tarnexGetAPIVersion_3(&version), TARNEX_OK);
     printf("    version is now \"%s\"\n", version);
-    unexpected += strcmp(version, TARNEX_3_VERSION) != 0;
+    if (strcmp(version, TARNEX_3_VERSION) != 0) {
+        fprintf(stderr, "the DLL is of version %s, expected %s\n", version, TARNEX_3_VERSION);
+        ++unexpected;
+    }
     SHOW(tarnexFlushLog_3(), TARNEX_E_NO_LOGGER);
     SHOW(tarnexSetLogName_3("no:such/name?"), TARNEX_E_INVALID_ARGUMENT);
     SHOW(tarnexSetLogName_3("demo"), TARNEX_OK);
@@ -71,7 +77,9 @@ int main(void)
     SHOW(tarnexSetLogName_3("too-late"), TARNEX_E_LOG_FILE_EXISTS);
     SHOW(tarnexSetLogLevel_3(7), TARNEX_E_INVALID_ARGUMENT);
 
-    printf("\nAfter deletion copies of a handle are refused, until a new handle happens to get the same value\n");
+    printf(
+        "\nAfter deletion copies of a handle are refused, until a new handle, often the very next, gets the same "
+        "value\n");
     copyOfAlice = alice;
     SHOW(tarnexDeleteAuthHandle_3(&alice), TARNEX_OK);
     SHOW(tarnexSetAuthParams_3(&copyOfAlice, "user", "mallory"), TARNEX_E_HANDLE_NOT_FOUND);

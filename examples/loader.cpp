@@ -3,6 +3,18 @@
 
 #include <cstdio>
 
+namespace {
+
+/** Prints a call's result; anything but TARNEX_OK ends the program. */
+void Check(const char* call, TarnexResult result)
+{
+    std::printf("%-7s %u\n", call, static_cast<unsigned>(result));
+    if (result != TARNEX_OK)
+        throw std::runtime_error(std::string(call) + " failed");
+}
+
+}  // namespace
+
 int main()
 {
     try {
@@ -12,12 +24,11 @@ int main()
         std::printf("loaded Tarnex %s\n", version);
 
         TarnexAuthHandle handle = nullptr;
-        std::printf("create: %u\n", tarnex.tarnexCreateAuthHandle_3(&handle));
-        std::printf("set:    %u\n", tarnex.tarnexSetAuthParams_3(&handle, "user", "alice"));
-        std::printf("delete: %u\n", tarnex.tarnexDeleteAuthHandle_3(&handle));
+        Check("create:", tarnex.tarnexCreateAuthHandle_3(&handle));
+        Check("set:", tarnex.tarnexSetAuthParams_3(&handle, "user", "alice"));
+        Check("delete:", tarnex.tarnexDeleteAuthHandle_3(&handle));
 
-        tarnex.Unload();
-        std::printf("unloaded\n");
+        std::printf(tarnex.Unload() ? "unloaded\n" : "still loaded\n");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

@@ -1,6 +1,6 @@
 #pragma once
 
-// For C++ hosts that load Tarnex 3 at run time. Copy this header into your project.
+// For C++ hosts that load Tarnex 3 at run time. Needs C++11; copy this header into your project.
 
 #include <tarnex_3.h>
 #include <windows.h>
@@ -20,10 +20,10 @@ struct TarnexUnloader
 struct TarnexLoader
 {
     /** Throws std::runtime_error, with the system's error number, when the DLL or one of its functions is missing. */
-    explicit TarnexLoader(const wchar_t* path = L"Tarnex_3.dll") : module(::LoadLibraryW(path))
+    explicit TarnexLoader(const wchar_t* path = L"Tarnex_3.dll") : module(::LoadLibraryW(path)), address(module.get())
     {
         if (module == nullptr)
-            Fail("Tarnex_3.dll cannot be loaded");
+            Fail("Tarnex 3 cannot be loaded");
         Find("tarnexGetAPIVersion_3", tarnexGetAPIVersion_3);
         Find("tarnexCreateAuthHandle_3", tarnexCreateAuthHandle_3);
         Find("tarnexDeleteAuthHandle_3", tarnexDeleteAuthHandle_3);
@@ -35,17 +35,22 @@ struct TarnexLoader
     }
 
     /**
-     * Unloads the library and waits until it is gone, for half a minute at most: its clean-up of old log files may keep
-     * it loaded, and so does anybody else in the process who has loaded it.
+     * Unloads the library and waits until it is gone. False when it is still there after this time: its clean-up of old
+     * log files may keep it loaded, and so does anybody else in the process who has loaded it. Another call then waits
+     * again.
      */
-    void Unload()
+    bool Unload(int milliseconds = 30000)
     {
         module.reset();
-        for (int i = 0; i < 30'000 && ::GetModuleHandleW(L"Tarnex_3.dll") != nullptr; ++i)
+        while (IsLoaded()) {
+            if (milliseconds-- <= 0)
+                return false;
             ::Sleep(1);
+        }
+        return true;
     }
 
-    std::unique_ptr<std::remove_pointer_t<HMODULE>, TarnexUnloader> module;
+    std::unique_ptr<std::remove_pointer<HMODULE>::type, TarnexUnloader> module;
     PFN_tarnexGetAPIVersion_3 tarnexGetAPIVersion_3 = nullptr;
     PFN_tarnexCreateAuthHandle_3 tarnexCreateAuthHandle_3 = nullptr;
     PFN_tarnexDeleteAuthHandle_3 tarnexDeleteAuthHandle_3 = nullptr;
@@ -56,6 +61,14 @@ struct TarnexLoader
     PFN_tarnexFlushLog_3 tarnexFlushLog_3 = nullptr;
 
 private:
+    bool IsLoaded() const
+    {
+        HMODULE found = nullptr;
+        return ::GetModuleHandleExW(
+                   GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                   reinterpret_cast<LPCWSTR>(address), &found) != FALSE;
+    }
+
     [[noreturn]] static void Fail(const std::string& what)
     {
         throw std::runtime_error(what + " (error " + std::to_string(::GetLastError()) + ")");
@@ -66,6 +79,8 @@ private:
     {
         function = reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module.get(), name)));
         if (function == nullptr)
-            Fail(std::string("Tarnex_3.dll has no function ") + name);
+            Fail(std::string("Tarnex 3 has no function ") + name);
     }
+
+    const HMODULE address;
 };

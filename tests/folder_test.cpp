@@ -9,61 +9,42 @@
 
 namespace {
 
-std::wstring g_AppData;
-DWORD g_ProbeError = 0;
-
-/** The log folder for this TARNEX_LOG_DIR when the probe fails with this error, and the application-data path is this.
- */
-std::wstring FolderFor(const std::wstring& wanted, DWORD probeError, const std::wstring& appData)
+TEST(Folder, IsTheOneAskedForOrBelowTheApplicationData)
 {
     static const auto create = reinterpret_cast<decltype(&::CreateFileW)>(
         reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32"), "CreateFileW")));
-    Replace<decltype(::CreateFileW)>(
-        "CreateFileW",
-        [](auto... how) {
-            ::SetLastError(g_ProbeError);
-            return g_ProbeError != 0 ? INVALID_HANDLE_VALUE : create(how...);
-        },
-        nullptr);
-    Replace<decltype(::SHGetSpecialFolderPathW)>(
-        "SHGetSpecialFolderPathW",
-        [](HWND, LPWSTR path, int folder, BOOL) {
-            g_AppData.copy(path, folder == CSIDL_LOCAL_APPDATA ? MAX_PATH : 0);
-            return FALSE;  // the path alone counts
-        },
-        nullptr);
-    SetEnv(L"TARNEX_LOG_DIR", wanted);
-    g_ProbeError = probeError;
-    g_AppData = appData;
-    std::wstring folder = GetLogFolderPath();
-    g_ProbeError = 0;
-    return folder;
-}
+    static DWORD probeError = 0;
+    static std::wstring appData;
+    Replace<decltype(::CreateFileW)>(nullptr, "CreateFileW", [](auto... how) {
+        ::SetLastError(probeError);
+        return probeError != 0 ? INVALID_HANDLE_VALUE : create(how...);
+    });
+    Replace<decltype(::SHGetSpecialFolderPathW)>(nullptr, "SHGetSpecialFolderPathW",
+                                                 [](HWND, LPWSTR path, int folder, BOOL) {
+                                                     appData.copy(path, folder == CSIDL_LOCAL_APPDATA ? MAX_PATH : 0);
+                                                     return FALSE;  // the path alone counts
+                                                 });
 
-TEST(Folder, IsTheOneAskedForOrBelowTheApplicationData)
-{
     const LogFolder here;
-    const std::wstring folder = here.path, standard = folder + L"\\Velmora\\Logs\\";
+    const std::wstring folder = here.path;
     here.AddFile(L"file", 0);
-    const std::tuple<std::wstring, DWORD, std::wstring> cases[] = {{folder, 0, folder + L"\\"},
-                                                                   {folder + L"\\", 0, folder + L"\\\\"},
-                                                                   {folder, ERROR_ACCESS_DENIED, folder + L"\\"},
-                                                                   {folder, ERROR_FILE_EXISTS, folder + L"\\"},
-                                                                   {folder, ERROR_PATH_NOT_FOUND, standard},
-                                                                   {folder + L"\\missing", 0, standard},
-                                                                   {folder + L"\\file", 0, standard},
-                                                                   {L"C:", 0, standard},
-                                                                   {L"", 0, standard}};
-    for (const auto& [wanted, probeError, expected] : cases) {
-        EXPECT_EQ(FolderFor(wanted, probeError, folder), expected) << wanted << " " << probeError;
-        EXPECT_EQ(fs::remove_all(here.path / "Velmora"), expected == standard ? 2u : 0u);
-        EXPECT_EQ(FolderFor(wanted, probeError, L""), expected == standard ? wanted + L"\\" : expected) << wanted;
+    const auto expect = [&](const std::wstring& wanted, DWORD error, bool isUsable) {
+        SetEnv(L"TARNEX_LOG_DIR", wanted);
+        probeError = error;
+        appData = folder;
+        EXPECT_EQ(GetLogFolderPath(), isUsable ? wanted + L"\\" : folder + L"\\Velmora\\Logs\\") << error;
+        appData = L"";
+        EXPECT_EQ(GetLogFolderPath(), wanted + L"\\") << error;
+        probeError = 0;
+        EXPECT_EQ(fs::remove_all(here.path / "Velmora"), isUsable ? 0u : 2u) << wanted;
         EXPECT_EQ(here.Files(), Names{L"file"});
-    }
-    ::SetFileAttributesW(folder.c_str(), FILE_ATTRIBUTE_READONLY);
-    const bool isReadOnly = (::GetFileAttributesW(folder.c_str()) & FILE_ATTRIBUTE_READONLY) != 0;  // not under Wine
-    EXPECT_EQ(FolderFor(folder, 0, folder), isReadOnly ? standard : folder + L"\\");
-    ::SetFileAttributesW(folder.c_str(), FILE_ATTRIBUTE_NORMAL);
+    };
+    for (const auto& wanted : {folder, folder + L"\\"})
+        expect(wanted, 0, true);
+    for (const auto& wanted : {folder + L"\\missing", folder + L"\\file", std::wstring(L"C:"), std::wstring()})
+        expect(wanted, 0, false);
+    for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_FILE_EXISTS, ERROR_PATH_NOT_FOUND})
+        expect(folder, error, error != ERROR_PATH_NOT_FOUND);
 }
 
 TEST(Text, IsConvertedFromUtf8OrRefused)

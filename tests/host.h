@@ -21,7 +21,8 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 using Names = std::set<std::wstring>;
 
-// What is logged by a deletion that finds a null handle, and at the end for each handle that is left.
+constexpr const wchar_t* kLibrary = L"Tarnex_3";
+
 inline const std::string kNoHandle = "[E] CreateAuthHandle() hAuth=[0x0] was not found";
 inline const std::string kLeftBehind = "[D] ~CSession() for (auto h : m_Handles)";
 
@@ -30,17 +31,16 @@ inline void SetEnv(const std::wstring& name, const std::wstring& value)
     ::_wputenv((name + L"=" + value).c_str());
 }
 
-/** Polls until the flag is set, for half a minute at most; false when it is not. */
+/** Polls until the flag is set, for ten seconds at most; false when it is not. */
 inline bool WaitFor(const std::atomic<bool>& flag)
 {
-    for (int i = 0; i < 30000 && !flag; ++i)
+    for (int i = 0; i < 10000 && !flag; ++i)
         ::Sleep(1);
     return flag;
 }
 
 /** Runs the work on `count` threads at once, which are given their number. */
-template <typename Work>
-void RunThreads(int count, const Work& work)
+inline void RunThreads(int count, const auto& work)
 {
     std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
@@ -57,11 +57,7 @@ struct LogFolder
         SetEnv(L"TARNEX_TEST_FOLDER", path);
         SetEnv(L"TARNEX_LOG_DIR", path);
     }
-    ~LogFolder()
-    {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
+    ~LogFolder() { fs::remove_all(path, ignored); }
 
     /** Makes a file that was last written `minutesAgo`. */
     void AddFile(const std::wstring& name, int minutesAgo) const
@@ -84,36 +80,34 @@ struct LogFolder
         Lines lines;
         for (const std::wstring& name : Files()) {
             std::ifstream file(path / name, std::ios::binary);
-            for (std::string line; std::getline(file, line);) {
-                const bool whole = line.find(" [") == 23 && line.back() == '\r';
-                lines.push_back(whole ? line.substr(24, line.size() - 25) : "torn: " + line);
-            }
+            for (std::string line; std::getline(file, line);)
+                lines.push_back(line.find(" [") == 23 && line.back() == '\r' ? line.substr(24, line.size() - 25)
+                                                                             : "torn: " + line);
         }
         return lines;
     }
 
+    std::error_code ignored;
     const wchar_t* inherited = ::_wgetenv(L"TARNEX_TEST_FOLDER");
     std::wstring processId = std::to_wstring(::GetCurrentProcessId());
     std::wstring logName = L"Tarnex-" + processId + L".log";
     fs::path path = inherited != nullptr ? inherited : fs::temp_directory_path() / (L"tarnex-" + processId);
 };
 
-/** Fails with the first line in which the log in the folder is not as expected. */
-inline void ExpectLog(const LogFolder& folder, const Lines& expected)
+/** Fails with the first line in which a log is not as expected. */
+inline void ExpectLog(const Lines& log, const Lines& expected)
 {
-    const Lines log = folder.Log();
     const auto [line, wanted] = std::mismatch(log.begin(), log.end(), expected.begin(), expected.end());
     if (line != log.end() || wanted != expected.end())
         ADD_FAILURE() << "line " << line - log.begin() + 1 << " of the log: " << (line == log.end() ? "none" : *line)
                       << "\n  expected: " << (wanted == expected.end() ? "none" : *wanted);
 }
 
-/** Has the library, or another module, call something else in place of a function that it imports. */
+/** Has a module call something else in place of a function that it imports. */
 template <typename Function>
-void Replace(const char* name, Function* replacement, const wchar_t* module = L"Tarnex_3")
+void Replace(const wchar_t* module, const char* name, Function* replacement)
 {
-    ULONG size = 0;
-    DWORD before = 0;
+    ULONG size = 0, before = 0;
     auto* const table = static_cast<char*>(
         ::ImageDirectoryEntryToData(::GetModuleHandleW(module), TRUE, IMAGE_DIRECTORY_ENTRY_IAT, &size));
     ::VirtualProtect(table, size, PAGE_READWRITE, &before);
@@ -127,21 +121,10 @@ void Replace(const char* name, Function* replacement, const wchar_t* module = L"
 /** The same for WriteFile, which the library's C runtime calls; it may be part of the library. */
 inline void ReplaceWriteFile(decltype(::WriteFile)* replacement)
 {
-    for (const wchar_t* runtime : {L"Tarnex_3", L"msvcrt", L"ucrtbase"})
+    for (const wchar_t* runtime : {kLibrary, L"msvcrt", L"ucrtbase"})
         if (::GetModuleHandleW(runtime) != nullptr)
-            Replace("WriteFile", replacement, runtime);
+            Replace(runtime, "WriteFile", replacement);
 }
-
-/** Where a test holds the first thread that comes by until the gate is open. */
-struct Gate
-{
-    std::atomic<bool> reached{false}, open{false};
-    void Pass()
-    {
-        if (!reached.exchange(true))
-            WaitFor(open);
-    }
-};
 
 /** A host of the finished DLL, with these values in its environment. */
 struct Host : LogFolder, TarnexLoader
@@ -153,6 +136,8 @@ struct Host : LogFolder, TarnexLoader
     }
     ~Host() { Unload(); }
 
+    TarnexAuthHandle handle = nullptr;
+
     /** Deletes a null handle: the simplest call that writes a message. */
     TarnexResult DeleteNull() const
     {
@@ -163,12 +148,12 @@ struct Host : LogFolder, TarnexLoader
     /** Makes calls with all kinds of results, and stops at the first that gets another one than it should. */
     void UseHandle(const std::string& value = "v") const
     {
-        TarnexAuthHandle handle = nullptr;
-        ASSERT_EQ(tarnexCreateAuthHandle_3(&handle), TARNEX_OK);
-        ASSERT_EQ(tarnexRemoveAuthParams_3(&handle, "k"), TARNEX_E_PARAM_NOT_FOUND);
-        ASSERT_EQ(tarnexSetAuthParams_3(&handle, "k", value.c_str()), TARNEX_OK);
-        ASSERT_EQ(tarnexDeleteAuthHandle_3(&handle), TARNEX_OK);
-        ASSERT_EQ(handle, nullptr);
+        TarnexAuthHandle own = nullptr;
+        ASSERT_EQ(tarnexCreateAuthHandle_3(&own), TARNEX_OK);
+        ASSERT_EQ(tarnexRemoveAuthParams_3(&own, "k"), TARNEX_E_PARAM_NOT_FOUND);
+        ASSERT_EQ(tarnexSetAuthParams_3(&own, "k", value.c_str()), TARNEX_OK);
+        ASSERT_EQ(tarnexDeleteAuthHandle_3(&own), TARNEX_OK);
+        ASSERT_EQ(own, nullptr);
         ASSERT_EQ(DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
         ASSERT_EQ(tarnexSetLogLevel_3(7), TARNEX_E_INVALID_ARGUMENT);  // writes without the session's lock
     }

@@ -9,14 +9,14 @@ TEST(Log, HasLinesInLocalTimeThatEndInCrLf)
 {
     SetEnv(L"TZ", L"FAR-11:30");
     const std::time_t now = std::time(nullptr);
-    char expected[80];
+    char text[100] = "", expected[100];
     std::strftime(expected, sizeof expected, "%Y-%m-%d %H:mm:ss.mmm [O] Created Tarnex Logger level [error]\r\n",
                   std::localtime(&now));
-    Host host;
+    const Host host;
     host.tarnexSetLogLevel_3(7);
-    std::string text;
-    std::getline(std::ifstream(host.path / *host.Files().begin(), std::ios::binary), text, '\0');
-    EXPECT_EQ(text.replace(14, 9, "mm:ss.mmm"), expected);
+    std::ifstream(host.path / host.logName, std::ios::binary).read(text, sizeof text - 1);
+    std::memcpy(text + 14, "mm:ss.mmm", 9);
+    EXPECT_STREQ(text, expected);
 }
 
 TEST(Log, BeginsWithTheFirstMessageAtTheLevelOfTheEnvironment)
@@ -25,11 +25,10 @@ TEST(Log, BeginsWithTheFirstMessageAtTheLevelOfTheEnvironment)
         {L"TRACE", "trace"}, {L"Debug", "debug"}, {L"Info", "info"},   {L"Wobble", "warning"},
         {L"C", "critical"},  {L"OFF", "off"},     {L"debug", "error"}, {L"3", "error"}};
     for (const auto& [value, level] : cases) {
-        const Host host(value);
-        TarnexAuthHandle handle = nullptr;
-        host.tarnexCreateAuthHandle_3(&handle);
+        Host host(value);
+        host.tarnexCreateAuthHandle_3(&host.handle);
         EXPECT_EQ(host.Files(), Names());
-        host.tarnexSetAuthParams_3(&handle, "k", "v");  // filtered out by most levels
+        host.tarnexSetAuthParams_3(&host.handle, "k", "v");  // filtered out by most levels
         EXPECT_EQ(host.Log(), Lines{"[O] Created Tarnex Logger level [" + level + "]"}) << value;
     }
 }
@@ -48,27 +47,11 @@ TEST(Log, TakesItsLevelFromTheHostAndHoldsLinesBelowErrUntilAFlush)
     host.tarnexSetLogLevel_3(0xFFFFFFFF);
     EXPECT_EQ(host.Log().size(), 4u);
     host.tarnexFlushLog_3();
-    ExpectLog(host, {"[O] Created Tarnex Logger level [warning]",
-                     "[W] SetLogLevel() was called whith invalid level [7]", "[O] Logger level was set to [error]",
-                     kNoHandle, "[O] Logger level was set to [off]", "[O] Logger level was set to [trace]",
-                     "[W] SetLogLevel() was called whith invalid level [-1]", "[T] Logger Flush() was called"});
-}
-
-TEST(Log, TellsOfALevelThatIsSetWhileItIsCreated)
-{
-    static Gate gate;
-    Host host;
-    ReplaceWriteFile([](auto... what) {
-        gate.Pass();
-        return ::WriteFile(what...);
-    });
-    {
-        const std::jthread first([&] { host.DeleteNull(); });
-        EXPECT_TRUE(WaitFor(gate.reached));
-        host.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);
-        gate.open = true;
-    }
-    ExpectLog(host, {"[O] Created Tarnex Logger level [error]", "[O] Logger level was set to [trace]", kNoHandle});
+    ExpectLog(host.Log(),
+              {"[O] Created Tarnex Logger level [warning]", "[W] SetLogLevel() was called whith invalid level [7]",
+               "[O] Logger level was set to [error]", kNoHandle, "[O] Logger level was set to [off]",
+               "[O] Logger level was set to [trace]", "[W] SetLogLevel() was called whith invalid level [-1]",
+               "[T] Logger Flush() was called"});
 }
 
 TEST(Log, TakesANameFromTheHostUntilItBegins)
@@ -80,13 +63,12 @@ TEST(Log, TakesANameFromTheHostUntilItBegins)
     EXPECT_THROW(host.tarnexSetLogName_3("\xFF"), std::range_error);
     for (int i = 0; i < 3; ++i)
         host.tarnexSetLogName_3("B");
-    std::ofstream(host.path / (L"Tarnex-B" + id + L"-2.log")) << "before\n";
     host.DeleteNull();
     EXPECT_EQ(host.tarnexSetLogName_3("C"), TARNEX_E_LOG_FILE_EXISTS);
     host.Unload();
     EXPECT_EQ(host.Files(), (Names{L"Tarnex-\u00E4" + id + L".log", L"Tarnex-B" + id + L".log",
                                    L"Tarnex-B" + id + L"-1.log", L"Tarnex-B" + id + L"-2.log"}));
-    ExpectLog(host, {"torn: before\r", "[O] Created Tarnex Logger level [error]", kNoHandle});
+    ExpectLog(host.Log(), {"[O] Created Tarnex Logger level [error]", kNoHandle});
 }
 
 TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
@@ -105,24 +87,23 @@ TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
 
 TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
 {
-    static Gate gate;
-    static const DWORD caller = ::GetCurrentThreadId();
+    static std::atomic<bool> isAtWork, mayGoOn;
     Host host(L"", L"x");
-    Replace<decltype(::DeleteFileW)>("DeleteFileW", [](LPCWSTR name) {
-        gate.open = gate.open || ::GetCurrentThreadId() == caller;
-        gate.Pass();
+    Replace<decltype(::DeleteFileW)>(kLibrary, "DeleteFileW", [](LPCWSTR name) {
+        isAtWork = true;
+        WaitFor(mayGoOn);
         return ::DeleteFileW(name);
     });
     host.AddFile(L"Tarnex-1.log", 100000);
     host.tarnexSetLogLevel_3(7);
-    EXPECT_TRUE(WaitFor(gate.reached) && !gate.open);
-    host.UseHandle();
+    EXPECT_TRUE(WaitFor(isAtWork));
     EXPECT_FALSE(host.Unload(0));
-    gate.open = true;
+    EXPECT_EQ(host.Files().size(), 2u);
+    mayGoOn = true;
     EXPECT_TRUE(host.Unload());
-    EXPECT_EQ(host.Files().size(), 1u);
-    EXPECT_EQ(host.Log()[1],
-              "[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours");
+    ExpectLog(host.Log(),
+              {"[O] Created Tarnex Logger level [error]",
+               "[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours"});
 }
 
 }  // namespace
