@@ -88,6 +88,7 @@ TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
 TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
 {
     static std::atomic<bool> isAtWork, mayGoOn;
+    isAtWork = mayGoOn = false;
     Host host(L"", L"x");
     Replace<decltype(::DeleteFileW)>(kLibrary, "DeleteFileW", [](LPCWSTR name) {
         isAtWork = true;
@@ -96,8 +97,7 @@ TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
     });
     host.AddFile(L"Tarnex-1.log", 100000);
     host.tarnexSetLogLevel_3(7);
-    EXPECT_TRUE(WaitFor(isAtWork));
-    EXPECT_FALSE(host.Unload(0));
+    EXPECT_TRUE(WaitFor(isAtWork) && !host.Unload(0));
     EXPECT_EQ(host.Files().size(), 2u);
     mayGoOn = true;
     EXPECT_TRUE(host.Unload());
