@@ -1,5 +1,5 @@
 # What "cmake --install" lays out, and with it "find_package" and pkg-config: one DLL with its symbols, what links to it,
-# one header, and the examples. The component "tests", which has to be named, is the kit that tries the DLL.
+# one header, and the examples. The component "tests", installed only when named, is the kit that tries the DLL.
 include(CMakePackageConfigHelpers)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME library)
 
@@ -9,7 +9,7 @@ install(TARGETS Tarnex_3 EXPORT Tarnex_3Targets
     ARCHIVE DESTINATION lib)
 install(FILES include/tarnex_3.h DESTINATION include)
 install(FILES src/api/Tarnex_3.def DESTINATION lib)
-install(FILES examples/demo.c examples/loader.cpp examples/tarnex_loader.h DESTINATION examples)
+install(FILES examples/demo.c examples/host.c examples/loader.cpp examples/tarnex_loader.h DESTINATION examples)
 install(FILES examples/go/main.go DESTINATION examples/go)
 if(MSVC)
     install(FILES $<TARGET_PDB_FILE:Tarnex_3> DESTINATION bin)
@@ -22,19 +22,8 @@ else()
     install(FILES ${PROJECT_BINARY_DIR}/lib/Tarnex_3.lib DESTINATION lib)
 endif()
 
-# The README without the parts that are about the sources.
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS README.md)
-file(READ README.md readme)
-while(readme MATCHES "<!-- sources -->")
-    string(FIND "${readme}" "<!-- sources -->" begin)
-    string(FIND "${readme}" "<!-- /sources -->\n" end)
-    string(SUBSTRING "${readme}" 0 ${begin} before)
-    math(EXPR end "${end} + 18")
-    string(SUBSTRING "${readme}" ${end} -1 after)
-    string(CONCAT readme "${before}" "${after}")
-endwhile()
-file(WRITE ${PROJECT_BINARY_DIR}/README.md "${readme}")
-install(FILES ${PROJECT_BINARY_DIR}/README.md DESTINATION .)
+# The manual is the README of those who have the zip.
+install(FILES docs/manual.md DESTINATION . RENAME README.md)
 
 # The notices of what is linked into the DLL, from the copyright files of the packages that it came from.
 set(notices ${PROJECT_BINARY_DIR}/THIRD-PARTY-NOTICES.txt)

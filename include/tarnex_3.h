@@ -7,30 +7,32 @@
  *    refusal has a code of its own, and the codes a function can return are listed with it.
  * 2. A handle lives in a variable of yours. Functions take the address of that variable, phAuth, which must
  *    not be null. The variable may hold anything: its value is only ever compared with the handles that
- *    exist, so a null, stale or invalid value is answered with a code and never followed. (The memory of a
- *    deleted handle may come back as a new one; a stale copy of the old value then names the new handle.)
+ *    exist, so a null, stale or invalid value is answered with a code and never followed. (A new handle, often the
+ *    very next one, may get the value of a deleted one; a stale copy of that value then names the new handle.)
  * 3. The library owns the handle objects. You own your variables and every string you pass: strings are
  *    copied during the call, and no pointer of yours is kept after it.
  * 4. Strings are NUL-terminated bytes of any length. Keys and values are stored exactly as passed, in
  *    whatever encoding, and keys are compared byte for byte. Only the log name must be valid UTF-8.
  * 5. The log shows keys from TARNEX_LOG_INFO down and values from TARNEX_LOG_DEBUG down, byte for byte, line
- *    breaks included. If you store secrets, stay above that, as the default (err) does, and set the level by call:
- *    otherwise the environment variable TARNEX_LOG_LEVEL can lower it.
+ *    breaks included. If you store secrets, use a higher level, such as the default TARNEX_LOG_ERR, and set it by
+ *    call: otherwise the environment variable TARNEX_LOG_LEVEL can lower it.
  * 6. Every function may be called from any thread, at any time between loading and unloading the library,
  *    but not from a DllMain. The handle functions run one call at a time. Unload when no call is in progress.
- * 7. Four failures have no code but raise a C++ exception: no memory (std::bad_alloc), a lock that fails
+ * 7. Four failures have no code but throw a C++ exception: no memory (std::bad_alloc), a lock that fails
  *    (std::system_error, also during process exit where the exit has ended a thread that held it), a log name
  *    that is not UTF-8 (std::range_error), and an error while the first message opens the log (a class derived
- *    from std::exception). Such a call has changed neither your handle variable nor the set of handles. Only a
- *    program built with the same kind of compiler as the DLL can catch them. In others, those in other languages
- *    included, they normally end the process; a host that swallows one is in an undefined state. The log name is
- *    the one you can always avoid: pass UTF-8.
- * 8. When the library is unloaded, handles that are left are destroyed and the log is flushed. While its clean-up
- *    of old log files is running the DLL stays loaded until that finishes; reloading before then gets the same
- *    instance, with its handles, level and log name. Normal process exit flushes the log too, unless it ended a
- *    thread in the middle of writing to it; TerminateProcess does not.
- * 9. The first message is the first call that would log anything at any level, even if the level in force filters
- *    it out; flushing and setting a valid level do not count. It creates the log.
+ *    from std::exception; the next message tries again). Such a call has changed neither your handle variable nor
+ *    the set of handles. Only a program built with the same kind of compiler as the DLL can catch them. In others,
+ *    those in other languages included, they normally end the process; a host that swallows one is in an undefined
+ *    state. The log name is the one you can always avoid: pass UTF-8.
+ * 8. When the library is unloaded, handles that are left are destroyed, each with a message, and the log is flushed.
+ *    While its clean-up of old log files is running the DLL stays loaded until that finishes; reloading before then
+ *    gets the same instance, with its handles, level and log name. Normal process exit logs the handles that are
+ *    left, unless it ended a thread inside a call on handles, and flushes the log, unless it ended one that was
+ *    writing to it; TerminateProcess does neither.
+ * 9. The first message is the first one at any level, even if the level in force filters it out, and it creates the
+ *    log. Refusals are messages, that of an invalid level included; so is a handle left behind at unload or exit.
+ *    Flushing, setting a valid level and asking for the version are none.
  */
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
@@ -68,8 +70,8 @@ typedef uint32_t TarnexResult;
 enum {
     /* The call did what was asked. */
     TARNEX_OK = 0,
-    /* A key or value is null, or an argument cannot be used: a log level above 6, or a log name for which no
-       file could be created. */
+    /* A key or value is null, or an argument cannot be used: a log level above TARNEX_LOG_OFF, or a log name for
+       which no file could be created. */
     TARNEX_E_INVALID_ARGUMENT = 7,
     /* The value in the handle variable is no handle: never created, already deleted, or null. */
     TARNEX_E_HANDLE_NOT_FOUND = 13,
@@ -158,12 +160,12 @@ TARNEX_API TarnexResult tarnexRemoveAuthParams_3(TarnexAuthHandle* phAuth, const
 /*
  * Adds your name to the name of the log file: "Tarnex-<name>-<process id>.log", plus a counter if that file exists.
  * Possible until the first message. The file is created at once; another name creates another file and leaves the
- * earlier one behind, empty.
+ * earlier one behind, empty. A name that is refused cancels the earlier one: the log then gets the default name.
  *
  * name  NUL-terminated UTF-8; must not be null, which is not checked. May be empty, which gives the default name.
- *       It is not validated: with "..\" in it the file lies outside of the log folder, where no clean-up finds it,
- *       and with ":" it is a stream of another file. A text that is not UTF-8 raises std::range_error,
- *       "bad conversion", and creates no file (see convention 7).
+ *       It is not validated: "x\..\..\name" puts the file outside the log folder, where no clean-up finds it,
+ *       and with ":" it is a stream of another file. A text that is not UTF-8 throws std::range_error,
+ *       "bad conversion", creates no file and leaves an earlier name as it is (see convention 7).
  *
  * Returns TARNEX_OK; TARNEX_E_INVALID_ARGUMENT when the file could not be created, for instance because the name
  * holds a character that file names cannot have; or TARNEX_E_LOG_FILE_EXISTS after the first message. (After
@@ -177,8 +179,8 @@ TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
  *
  * level  one of the TARNEX_LOG_ levels, 0 to 6.
  *
- * Returns TARNEX_OK, or TARNEX_E_INVALID_ARGUMENT for a level above 6; the level in force then stays, and the
- * refusal is a message, which may be the first one.
+ * Returns TARNEX_OK, or TARNEX_E_INVALID_ARGUMENT for a level above TARNEX_LOG_OFF; the level in force then stays, and
+ * the refusal is a message, which may be the first one.
  */
 TARNEX_API TarnexResult tarnexSetLogLevel_3(uint32_t level);
 

@@ -1,8 +1,12 @@
-# Installs into an empty folder, compares what is there with what is promised, and has the consumer project
-# built and run against it.
+# Installs into an empty folder, compares what is there with what is promised, has the consumer project built and run
+# against it, and compares the README's host with the one that is installed.
 file(REMOVE_RECURSE ${WORK})
 function(run)
-    execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE text)
+    if(NOT result EQUAL 0)
+        list(JOIN ARGN " " command)
+        message(FATAL_ERROR "${text}\n${command}\nended with ${result}")
+    endif()
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
@@ -20,6 +24,13 @@ foreach(word "libspdlog-dev [0-9]" "libfmt-dev [0-9]" "mingw[^\n]* [0-9]" "Gabi 
         message(FATAL_ERROR "the notices lack ${word}")
     endif()
 endforeach()
+
+file(READ ${CMAKE_CURRENT_LIST_DIR}/../README.md readme)
+file(READ ${WORK}/prefix/examples/host.c host)
+string(FIND "${readme}" "```c\n${host}```\n" found)
+if(found EQUAL -1)
+    message(FATAL_ERROR "README.md does not show examples/host.c as it is")
+endif()
 
 set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/prefix/lib/pkgconfig)
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR}/consumer -B ${WORK}/build -G Ninja
