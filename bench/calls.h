@@ -13,8 +13,8 @@ struct Calls
 };
 
 /**
- * What somebody would write who needs no more than this: a set of objects and their maps, under two locks and,
- * once it has been turned on, two lines to a file through spdlog as it comes.
+ * The straightforward equivalent, written by hand: a set of objects and their maps under two locks and, once that has
+ * been turned on, two lines to a file through spdlog with its defaults.
  */
 Calls GetCallsByHand();
 

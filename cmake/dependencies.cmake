@@ -22,7 +22,7 @@ target_compile_definitions(tarnex_dependencies INTERFACE
     # No line shows the thread, whose look-up costs time with every message.
     SPDLOG_NO_THREAD_ID)
 
-# From fmt 11.1 on another switch takes the place of that one, but 11.1 itself does not compile with it.
+# fmt 11.1 replaced that switch; 11.1 itself does not compile with the new one.
 include(CheckCXXSourceCompiles)
 set(CMAKE_REQUIRED_DEFINITIONS -DFMT_HEADER_ONLY -DFMT_USE_LOCALE=0)
 if(DEFINED TARNEX_DEPENDENCY_HEADERS)
