@@ -43,7 +43,7 @@ TEST(Folder, IsTheOneAskedForOrBelowTheApplicationData)
         expect(wanted, 0, true);
     for (const auto& wanted : {folder + L"\\missing", folder + L"\\file", std::wstring(L"C:"), std::wstring()})
         expect(wanted, 0, false);
-    for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_FILE_EXISTS, ERROR_PATH_NOT_FOUND})
+    for (const DWORD error : std::initializer_list<DWORD>{ERROR_ACCESS_DENIED, ERROR_FILE_EXISTS, ERROR_PATH_NOT_FOUND})
         expect(folder, error, error != ERROR_PATH_NOT_FOUND);
 }
 
