@@ -134,7 +134,7 @@ struct Host : LogFolder, TarnexLoader
         SetEnv(L"TARNEX_LOG_LEVEL", level);
         SetEnv(L"TARNEX_LOG_CLEANUP", hours);
     }
-    ~Host() { Unload(); }
+    ~Host() { Unload(module ? 30000 : 0); }
 
     TarnexAuthHandle handle = nullptr;
 
