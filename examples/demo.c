@@ -26,15 +26,19 @@ static const char* resultName(TarnexResult result)
     }
 }
 
-static int unexpected = 0;
+/* The first call with another result than expected; empty when there is none. */
+static char unexpected[200] = "";
 
 static void show(const char* call, TarnexResult result, TarnexResult expected)
 {
-    printf("  %-62s %2u  %s\n", call, (unsigned)result, resultName(result));
+    printf("  %-62s %2u  %s", call, (unsigned)result, resultName(result));
     if (result != expected) {
-        fprintf(stderr, "%s returned %u, expected %u\n", call, (unsigned)result, (unsigned)expected);
-        ++unexpected;
+        printf(", EXPECTED %u", (unsigned)expected);
+        if (unexpected[0] == '\0')
+            snprintf(unexpected, sizeof unexpected, "%s returned %u, expected %u", call, (unsigned)result,
+                     (unsigned)expected);
     }
+    printf("\n");
 }
 
 /* Makes the call, and prints it as it is written here with its result. */
@@ -50,10 +54,8 @@ int main(void)
     printf("Before the first message there is no log: it can be named, but not flushed\n");
     SHOW(tarnexGetAPIVersion_3(&version), TARNEX_OK);
     printf("    version is now \"%s\"\n", version);
-    if (strcmp(version, TARNEX_3_VERSION) != 0) {
-        fprintf(stderr, "the DLL is of version %s, expected %s\n", version, TARNEX_3_VERSION);
-        ++unexpected;
-    }
+    if (strcmp(version, TARNEX_3_VERSION) != 0)
+        snprintf(unexpected, sizeof unexpected, "the DLL is of version %s, expected %s", version, TARNEX_3_VERSION);
     SHOW(tarnexFlushLog_3(), TARNEX_E_NO_LOGGER);
     SHOW(tarnexSetLogName_3("no:such/name?"), TARNEX_E_INVALID_ARGUMENT);
     SHOW(tarnexSetLogName_3("demo"), TARNEX_OK);
@@ -91,5 +93,8 @@ int main(void)
     SHOW(tarnexDeleteAuthHandle_3(&bob), TARNEX_OK);
     SHOW(tarnexFlushLog_3(), TARNEX_OK);
 
-    return unexpected == 0 ? 0 : 1;
+    if (unexpected[0] == '\0')
+        return 0;
+    printf("\n%s\n", unexpected);
+    return 1;
 }
