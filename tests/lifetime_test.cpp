@@ -40,10 +40,10 @@ struct Usage
 TEST(Unloading, LeavesNothingInTheProcessOrInItsChildren)
 {
     Usage before, early;
-    for (int round = 0; round < 120; ++round) {
+    for (int round = 0; round < 120 && !HasFailure(); ++round) {
         Host host;
         const std::string large(50000, 'x');
-        for (int i = 0; i < 10; ++i) {
+        for (int i = 0; i < 10 && !HasFailure(); ++i) {
             host.UseHandle(large);
             host.handle = nullptr;  // the one before is left behind
             host.tarnexCreateAuthHandle_3(&host.handle);
