@@ -15,7 +15,7 @@ TEST(Log, HasLinesInLocalTimeThatEndInCrLf)
     const Host host;
     host.tarnexSetLogLevel_3(7);
     std::ifstream(host.path / host.logName, std::ios::binary).read(text, sizeof text - 1);
-    std::memcpy(text + 14, "mm:ss.mmm", 9);
+    std::copy_n("mm:ss.mmm", 9, text + 14);
     EXPECT_STREQ(text, expected);
 }
 
