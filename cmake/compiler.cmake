@@ -78,6 +78,8 @@ function(tarnex_separate_symbols target)
             -Wl,-Xlink=-pdbaltpath:$<TARGET_FILE_BASE_NAME:${target}>.pdb -Wl,-Xlink=-pdbsourcepath:.)
         return()
     endif()
+    # With link-time optimisation the lines are made by the link.
+    target_link_options(${target} PRIVATE -g)
     set(symbols $<TARGET_FILE:${target}>.debug)
     # Each of these would write the time of day into the file's header.
     set(reproducible ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)

@@ -1,5 +1,5 @@
-# The finished DLL as a file: its exports, the DLLs that it needs, its hardening, its version. Where it has a PDB, the two
-# carry the same identifier, and the PDB knows the function and the line of each export.
+# The finished DLL as a file: its exports, the DLLs that it needs, its hardening, its version. Its symbols know the
+# function and the line of each export; a PDB carries the DLL's identifier.
 function(run output)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_VARIABLE text)
     set(${output} "${text}" PARENT_SCOPE)
@@ -18,6 +18,7 @@ tarnexRemoveAuthParams_3;tarnexSetAuthParams_3;tarnexSetLogLevel_3;tarnexSetLogN
 
 run(text ${READOBJ} --coff-imports ${DLL})
 string(REGEX MATCHALL "Name: [^\n]+" names "${text}")
+expect(imports "${names}" ".*KERNEL32.*")
 foreach(name IN LISTS names)
     expect(import "${name}" "Name: (ADVAPI32|KERNEL32|SHELL32|SHLWAPI|${RUNTIME}).dll")
 endforeach()
@@ -49,17 +50,22 @@ if(PDB)
     # Before version 15 the tool shows bytes, of which the first three numbers have theirs in reverse.
     string(REGEX REPLACE "^.(..) (..) (..) (..) (..) (..) (..) (..) (.*)" "\\4\\3\\2\\1\\6\\5\\8\\7\\9" wanted "${CMAKE_MATCH_1}")
     string(REGEX REPLACE "[^0-9A-F]" "" wanted "${wanted}")
+    expect("identifier of the DLL" "${wanted}" "[0-9A-F]+")
     string(REGEX REPLACE "[.]dll$" ".pdb" pdb ${DLL})
     run(text ${PDBUTIL} dump -summary ${pdb})
     string(REGEX MATCH "GUID: {([^}]+)}" found "${text}")
     string(REPLACE "-" "" found "${CMAKE_MATCH_1}")
     expect("identifier of the PDB" "${found}" "${wanted}")
-    foreach(export IN LISTS exports)
-        string(REGEX MATCH "Name: ([A-Za-z_0-9]+).*RVA: (0x[0-9A-F]+)" export "${export}")
-        set(name ${CMAKE_MATCH_1})
-        run(found ${SYMBOLIZER} --obj=${DLL} --relative-address ${CMAKE_MATCH_2})
-        if(NOT found MATCHES "(^|\n)${name}[^\n]*\n[^\n]*src[/\\\\]api[/\\\\]Exports.cpp:[1-9]")
-            message(FATAL_ERROR "${name}: ${found}")
-        endif()
-    endforeach()
+    set(symbols ${DLL})
+else()
+    set(symbols ${DLL}.debug)
 endif()
+
+foreach(export IN LISTS exports)
+    string(REGEX MATCH "Name: ([A-Za-z_0-9]+).*RVA: (0x[0-9A-F]+)" export "${export}")
+    set(name ${CMAKE_MATCH_1})
+    run(found ${SYMBOLIZER} --obj=${symbols} --relative-address ${CMAKE_MATCH_2})
+    if(NOT found MATCHES "(^|\n)${name}[^\n]*\n[^\n]*src[/\\\\]api[/\\\\]Exports.cpp:[1-9]")
+        message(FATAL_ERROR "${name}: ${found}")
+    endif()
+endforeach()
