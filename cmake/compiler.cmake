@@ -79,7 +79,7 @@ function(tarnex_separate_symbols target)
         return()
     endif()
     # With link-time optimisation the lines are made by the link.
-    target_link_options(${target} PRIVATE -g)
+    target_link_options(${target} PRIVATE -g -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
     set(symbols $<TARGET_FILE:${target}>.debug)
     # Each of these would write the time of day into the file's header.
     set(reproducible ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)
