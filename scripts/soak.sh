@@ -6,7 +6,7 @@
 # CASE     what is repeated, without one all of these:
 #            ExitBusy           the process exits while threads are inside calls
 #            ExitWithHandles    the process exits with handles left: idle, before the first message, during a write
-#            FirstMessages      six threads race for the first message (10 rounds each time)
+#            FirstMessages      six threads race for the first message
 #            UnloadDuringPass   unloading while the clean-up deletes a file
 #            Reload             120 loads, all in one process
 #            OneHandle          four threads on one handle object without the session's lock
@@ -19,7 +19,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 # Case, count, and the tests behind it.
 cases='ExitBusy 400 Exit.InsideCalls*
 ExitWithHandles 200 Exit.*-Exit.InsideCalls*
-FirstMessages 120 Threads.*
+FirstMessages 1200 Threads.*
 UnloadDuringPass 400 CleanUp.Runs*
 Reload 50 Unloading.LeavesNothing*
 OneHandle 50 Store.IsSafe*

@@ -7,7 +7,7 @@ TEST(Faults, FailedCreationIsPermanent)
 {
     static bool refused = true;
     Host host;
-    Replace<decltype(::CreateFileW)>(kLibrary, "CreateFileW", [](LPCWSTR name, auto... how) {
+    Replace<decltype(::CreateFileW)>(L"Tarnex_3", "CreateFileW", [](LPCWSTR name, auto... how) {
         ::SetLastError(ERROR_DISK_FULL);
         return refused && fs::path(name).extension() == L".log" ? INVALID_HANDLE_VALUE : ::CreateFileW(name, how...);
     });
@@ -34,7 +34,7 @@ TEST(Faults, AFileThatCannotBeOpenedThrowsAndIsTriedAgain)
 TEST(Faults, WithoutAThreadTheCleanUpIsLeftToTheNextProcess)
 {
     Host host;
-    Replace<decltype(::CreateThread)>(kLibrary, "CreateThread", [](auto...) { return HANDLE{}; });
+    Replace<decltype(::CreateThread)>(L"Tarnex_3", "CreateThread", [](auto...) { return HANDLE{}; });
     host.AddFile(L"Tarnex-1.log", 100000);
     host.DeleteNull();
     EXPECT_TRUE(host.Unload(2000));

@@ -21,8 +21,6 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 using Names = std::set<std::wstring>;
 
-constexpr const wchar_t* kLibrary = L"Tarnex_3";
-
 inline const std::string kNoHandle = "[E] CreateAuthHandle() hAuth=[0x0] was not found";
 inline const std::string kLeftBehind = "[D] ~CSession() for (auto h : m_Handles)";
 
@@ -39,12 +37,17 @@ inline bool WaitFor(const std::atomic<bool>& flag)
     return flag;
 }
 
-/** Runs the work on `count` threads at once, which are given their number. */
+/** Runs the work on `count` threads, which begin together and are given their number. */
 inline void RunThreads(int count, const auto& work)
 {
+    std::atomic<int> missing{count};
     std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
-        threads.emplace_back(work, number);  // NOLINT(performance-inefficient-vector-operation): there are few
+        threads.emplace_back([&, number] {  // NOLINT(performance-inefficient-vector-operation): there are few
+            for (--missing; missing > 0;)
+                std::this_thread::yield();
+            work(number);
+        });
 }
 
 /** An empty folder for log files, removed at the end. A child process uses its parent's folder. */
@@ -121,7 +124,7 @@ void Replace(const wchar_t* module, const char* name, Function* replacement)
 /** The same for WriteFile, which the library's C runtime calls; it may be part of the library. */
 inline void ReplaceWriteFile(decltype(::WriteFile)* replacement)
 {
-    for (const wchar_t* runtime : {kLibrary, L"msvcrt", L"ucrtbase"})
+    for (const wchar_t* runtime : {L"Tarnex_3", L"msvcrt", L"ucrtbase"})
         if (::GetModuleHandleW(runtime) != nullptr)
             Replace(runtime, "WriteFile", replacement);
 }

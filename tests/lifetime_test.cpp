@@ -63,7 +63,7 @@ struct ExitingHost : Host
 {
     ExitingHost() : Host(L"D")
     {
-        Replace<decltype(::CreateThread)>(kLibrary, "CreateThread", [](auto...) { return HANDLE{}; });
+        Replace<decltype(::CreateThread)>(L"Tarnex_3", "CreateThread", [](auto...) { return HANDLE{}; });
     }
     void ExitWithHandle()
     {

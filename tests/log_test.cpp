@@ -90,7 +90,7 @@ TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
     static std::atomic<bool> isAtWork, mayGoOn;
     isAtWork = mayGoOn = false;
     Host host(L"", L"x");
-    Replace<decltype(::DeleteFileW)>(kLibrary, "DeleteFileW", [](LPCWSTR name) {
+    Replace<decltype(::DeleteFileW)>(L"Tarnex_3", "DeleteFileW", [](LPCWSTR name) {
         isAtWork = true;
         WaitFor(mayGoOn);
         return ::DeleteFileW(name);
