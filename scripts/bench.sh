@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the library against the same work by hand and prints one table; fails when a row misses its goal.
-# Takes two minutes.
+# Takes half a minute, the first time with a build before it.
 #
 # usage: bench.sh [--preset PRESET] [ROWS]
 #

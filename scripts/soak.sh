@@ -19,7 +19,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 # Case, count, and the tests behind it.
 cases='ExitBusy 400 Exit.InsideCalls*
 ExitWithHandles 200 Exit.*-Exit.InsideCalls*
-FirstMessages 1200 Threads.*
+FirstMessages 300 Threads.*
 UnloadDuringPass 400 CleanUp.Runs*
 Reload 50 Unloading.LeavesNothing*
 OneHandle 50 Store.IsSafe*
