@@ -35,7 +35,7 @@ inline std::atomic<bool> g_LoggerFailed{false};
  */
 void WriteMessage(spdlog::level::level_enum level, fmt::string_view format, fmt::format_args args);
 
-/** How every layer writes a message. One that is filtered out costs two loads; the first of all never is. */
+/** How every layer writes a message. A filtered one costs two loads; none is filtered before the log exists. */
 template <typename... Args>
 void Log(spdlog::level::level_enum level, fmt::format_string<Args...> format, Args&&... args)
 {
