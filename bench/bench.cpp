@@ -136,8 +136,9 @@ int main(int argc, char** argv)
     const Calls library = {dll.tarnexCreateAuthHandle_3, dll.tarnexDeleteAuthHandle_3, dll.tarnexSetAuthParams_3};
     const Calls byHand = GetCallsByHand();
     const auto compare = [&](const char* work, double goal, double (*time)(const Calls&, int), int count) {
-        Compare(
-            work, goal, 31, [&] { return time(library, count); }, [&] { return time(byHand, count); });
+        const auto timeLibrary = [&] { return time(library, count); };
+        const auto timeByHand = [&] { return time(byHand, count); };
+        Compare(work, goal, 31, timeLibrary, timeByHand);
     };
 
     std::printf("%-42s %24s %24s %6s  %s\n", "work: median (least to most)", "library", "by hand", "ratio", "goal");

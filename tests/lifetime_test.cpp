@@ -65,6 +65,7 @@ struct ExitingHost : Host
     {
         Replace<decltype(::CreateThread)>(L"Tarnex_3", "CreateThread", [](auto...) { return HANDLE{}; });
     }
+    static bool AnyCode(int) { return true; }  // systems differ in it when exit ends threads inside calls
     void ExitWithHandle()
     {
         tarnexCreateAuthHandle_3(&handle);
@@ -102,8 +103,7 @@ TEST(Exit, InTheMiddleOfAWriteLeavesEachLineOnce)
         WaitFor(isWritten);
         ::ExitProcess(0);
     };
-    EXPECT_EXIT(
-        exitAfterWrite(), [](int) { return true; }, "");  // systems differ in the code
+    EXPECT_EXIT(exitAfterWrite(), ExitingHost::AnyCode, "");
     ExpectLog(host.Log(), {kCreated, kNoHandle, kNoHandle});
 }
 
@@ -118,8 +118,7 @@ TEST(Exit, InsideCallsEndsTheProcessAndLeavesNoLineTorn)
             ::ExitProcess(0);
         });
     };
-    EXPECT_EXIT(
-        exitInsideCalls(), [](int) { return true; }, "");  // systems differ in the code
+    EXPECT_EXIT(exitInsideCalls(), ExitingHost::AnyCode, "");
     const Lines log = host.Log();
     EXPECT_GT(log.size(), 1u);
     for (const std::string& line : log)
