@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Repeats stress cases by the hundred, prints a table, and fails when anything goes wrong. Takes ten minutes.
+# Repeats stress cases by the hundred, prints a table, and fails when anything goes wrong. Takes some
+# minutes.
 #
 # usage: soak.sh [--preset PRESET] [CASE [COUNT]]
 #
