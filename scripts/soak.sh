@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Repeats stress cases by the hundred, prints a table, and fails when anything goes wrong. Takes some
-# minutes.
+# Repeats stress cases by the hundred, prints a table, and fails when anything goes wrong. Takes three minutes.
 #
 # usage: soak.sh [--preset PRESET] [CASE [COUNT]]
 #
