@@ -82,5 +82,5 @@ private:
             Fail(std::string("Tarnex 3 has no function ") + name);
     }
 
-    const HMODULE address;
+    HMODULE address;
 };
