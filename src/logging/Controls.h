@@ -4,7 +4,7 @@
 
 // How hosts steer the log. Any thread may call these at any time.
 
-/** Sets the level of the log, or of the one to come. TARNEX_E_INVALID_ARGUMENT above 6; nothing changes then. */
+/** Sets the level of the log, or of the one to come. TARNEX_E_INVALID_ARGUMENT above off; nothing changes then. */
 TarnexResult SetLogLevel(uint32_t level);
 
 /**
