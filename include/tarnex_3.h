@@ -54,7 +54,9 @@
 #define TARNEX_3_VERSION \
     TARNEX_3_TEXT(TARNEX_3_VERSION_MAJOR, TARNEX_3_VERSION_MINOR, TARNEX_3_VERSION_PATCH, TARNEX_3_VERSION_BUILD)
 
-#if defined(TARNEX_3_BUILDING)
+#if defined(TARNEX_3_BUILDING) && defined(__GNUC__)
+#define TARNEX_API __attribute__((visibility("default")))
+#elif defined(TARNEX_3_BUILDING)
 #define TARNEX_API
 #else
 #define TARNEX_API __declspec(dllimport)

@@ -1,7 +1,6 @@
 #include <tarnex_3.h>
 
-#include <cstddef>
-#include <memory_resource>
+#include <cstring>
 #include <string>
 
 #include "session/Session.h"
@@ -12,14 +11,20 @@ namespace {
 class COwnText
 {
 public:
-    explicit COwnText(const char* text) : m_Text(text, &m_Memory) {}
+    explicit COwnText(const char* text) : m_Size(std::strlen(text))
+    {
+        if (m_Size > sizeof m_Short)
+            m_Long.assign(text, m_Size);
+        else
+            std::memcpy(m_Short, text, m_Size);
+    }
 
-    operator std::string_view() const noexcept { return m_Text; }
+    operator std::string_view() const noexcept { return {m_Size > sizeof m_Short ? m_Long.data() : m_Short, m_Size}; }
 
 private:
-    std::byte m_Buffer[256];
-    std::pmr::monotonic_buffer_resource m_Memory{m_Buffer, sizeof m_Buffer};
-    std::pmr::string m_Text;
+    std::size_t m_Size;
+    char m_Short[256];
+    std::string m_Long;
 };
 
 }  // namespace
