@@ -16,7 +16,7 @@ constexpr int kDefaultHours = 24;
 
 int GetHoursFromEnv()
 {
-    const std::wstring value = GetEnvValue(Utf8ToWide("TARNEX_LOG_CLEANUP").c_str());
+    const std::wstring value = GetEnvValue(L"TARNEX_LOG_CLEANUP");
     if (value.empty())
         return kDefaultHours;
     const std::optional<int> hours = ParseInteger(value);
@@ -42,7 +42,7 @@ void CleanupFiles(const std::wstring& folder, const std::wstring& prefix, const 
     const std::unique_ptr<void, decltype(&::FindClose)> owner(search, &::FindClose);
     do {
         if (::CompareFileTime(&entry.ftLastWriteTime, &cutOffTime) < 0)
-            ::DeleteFileW((folder + L'\\' + entry.cFileName).c_str());
+            ::DeleteFileW((folder + entry.cFileName).c_str());
     } while (::FindNextFileW(search, &entry));
 }
 
