@@ -6,7 +6,6 @@
 #include "logging/Retention.h"
 #include "platform/Environment.h"
 #include "platform/Process.h"
-#include "platform/Text.h"
 
 namespace {
 
@@ -15,7 +14,7 @@ std::atomic<bool> g_Unloading{false};
 /** The level asked for by TARNEX_LOG_LEVEL: its first character decides, and only T D I W E C O count. */
 spdlog::level::level_enum GetLogLevelFromEnv()
 {
-    const std::wstring value = GetEnvValue(Utf8ToWide("TARNEX_LOG_LEVEL").c_str());
+    const std::wstring value = GetEnvValue(L"TARNEX_LOG_LEVEL");
     switch (value.empty() ? L'\0' : value.front()) {
         case L'T':
             return spdlog::level::trace;
@@ -50,14 +49,14 @@ spdlog::logger* CreateLogger()
         return nullptr;
     }
 
-    const int levelFromEnv = GetLogLevelFromEnv();
+    int level = g_LogLevel;
+    const int chosen = level == -1 ? GetLogLevelFromEnv() : level;
     *g_Logger = OpenLogger(*g_LogFilePath);
     spdlog::logger& logger = **g_Logger;
     // Store the level only once the file is open, so that a retry reads the environment again. One that the host has
-    // set stays.
-    int level = -1;
-    if (g_LogLevel.compare_exchange_strong(level, levelFromEnv))
-        level = levelFromEnv;
+    // set meanwhile stays.
+    if (g_LogLevel.compare_exchange_strong(level, chosen))
+        level = chosen;
     const spdlog::string_view_t levelName = GetLevelName(level);
     WriteLine(logger, spdlog::level::off, "Created Tarnex Logger level [{}]", fmt::make_format_args(levelName));
     FlushLogger(logger);

@@ -8,7 +8,6 @@
 #include "platform/Environment.h"
 #include "platform/Process.h"
 #include "platform/ScopedHandle.h"
-#include "platform/Text.h"
 
 namespace {
 
@@ -47,7 +46,7 @@ bool IsFolderUsable(const std::wstring& path)
 
 std::wstring GetLogFolderPath()
 {
-    std::wstring folder = GetEnvValue(Utf8ToWide("TARNEX_LOG_DIR").c_str());
+    std::wstring folder = GetEnvValue(L"TARNEX_LOG_DIR");
     if (folder.empty() || !IsFolderUsable(folder)) {
         wchar_t path[MAX_PATH] = {};
         ::SHGetSpecialFolderPathW(nullptr, path, CSIDL_LOCAL_APPDATA, FALSE);
