@@ -19,8 +19,14 @@ struct TarnexUnloader
 /** The library and its functions, under the names that the header gives them. It is unloaded with this object. */
 struct TarnexLoader
 {
-    /** Throws std::runtime_error, with the system's error number, when the DLL or one of its functions is missing. */
-    explicit TarnexLoader(const wchar_t* path = L"Tarnex_3.dll") : module(::LoadLibraryW(path)), address(module.get())
+    /**
+     * Loads the DLL from this path. A name without a folder is looked for in the program's folder, in System32 and in
+     * folders that were added by AddDllDirectory, but not in the current folder and not in PATH, where others may have
+     * put one. Throws std::runtime_error, with the system's error number, when the DLL or one of its functions is
+     * missing.
+     */
+    explicit TarnexLoader(const wchar_t* path = L"Tarnex_3.dll")
+        : module(::LoadLibraryExW(path, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)), address(module.get())
     {
         if (module == nullptr)
             Fail("Tarnex 3 cannot be loaded");
@@ -39,11 +45,12 @@ struct TarnexLoader
      * log files may keep it loaded, and so does anybody else in the process who has loaded it. Another call then waits
      * again.
      */
-    bool Unload(int milliseconds = 30000)
+    bool Unload(DWORD milliseconds = 30000)
     {
+        const ULONGLONG start = ::GetTickCount64();
         module.reset();
         while (IsLoaded()) {
-            if (milliseconds-- <= 0)
+            if (::GetTickCount64() - start >= milliseconds)
                 return false;
             ::Sleep(1);
         }
