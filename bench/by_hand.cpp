@@ -7,7 +7,6 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
-#include <vector>
 
 #include "calls.h"
 
@@ -43,8 +42,11 @@ TarnexResult Destroy(TarnexAuthHandle* phAuth)
 {
     const std::lock_guard lock(g_Mutex);
     const auto found = g_Objects.find(ToObject(*phAuth));
-    if (found == g_Objects.end())
+    if (found == g_Objects.end()) {
+        if (g_Log)
+            g_Log->error("CreateAuthHandle() hAuth=[{}] was not found", fmt::ptr(ToObject(*phAuth)));
         return TARNEX_E_HANDLE_NOT_FOUND;
+    }
     Object* const object = *found;
     g_Objects.erase(found);
     delete object;
@@ -87,27 +89,5 @@ void SetLogByHand(const char* path)
     g_Log->set_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e [%L] %v",
                                                                      spdlog::pattern_time_type::local, "\r\n"));
     g_Log->set_level(spdlog::level::trace);
-}
-
-struct BareContainers::Data
-{
-    using Map = std::unordered_map<std::string, std::string>;
-    std::vector<std::unique_ptr<Map>> maps;
-    std::unordered_set<Map*> registry;
-};
-
-BareContainers::BareContainers(int count) : m_Data(std::make_unique<Data>())
-{
-    for (int i = 0; i < count; ++i) {
-        m_Data->maps.push_back(std::make_unique<Data::Map>());
-        m_Data->registry.insert(m_Data->maps.back().get());
-    }
-}
-
-BareContainers::~BareContainers() = default;
-
-void BareContainers::Set(int index, const char* key, const char* value)
-{
-    const auto found = m_Data->registry.find(m_Data->maps[static_cast<std::size_t>(index)].get());
-    (**found)[key] = value;
+    g_Log->flush_on(spdlog::level::err);
 }

@@ -2,8 +2,6 @@
 
 #include <tarnex_3.h>
 
-#include <memory>
-
 /** The handle functions of either side: the library's exports, or the same work written by hand. */
 struct Calls
 {
@@ -14,22 +12,9 @@ struct Calls
 
 /**
  * The straightforward equivalent, written by hand: a set of objects and their maps under two locks and, once that has
- * been turned on, two lines to a file through spdlog with its defaults.
+ * been turned on, the same lines to a file through spdlog with its defaults.
  */
 Calls GetCallsByHand();
 
 /** Opens the log of the side written by hand and writes to it from then on; null turns it off. */
 void SetLogByHand(const char* path);
-
-/** One look-up in the bare containers that both sides are made of, without locks and copies. */
-class BareContainers
-{
-public:
-    explicit BareContainers(int count);
-    ~BareContainers();
-    void Set(int index, const char* key, const char* value);
-
-private:
-    struct Data;
-    std::unique_ptr<Data> m_Data;
-};

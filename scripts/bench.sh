@@ -10,7 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 take_preset "$@"
 shift $taken
 [ $# -le 1 ] || refuse "$2"
-[[ ${1:-1} =~ ^[1-6]+$ ]] || refuse "$1"
+[[ ${1:-1} =~ ^[1-8]+$ ]] || refuse "$1"
 
 need_for "$preset"
 build "$preset" --target bench
