@@ -10,9 +10,8 @@ esac
 root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="$root/build/wine"
 export WINEDEBUG="${WINEDEBUG:--all}"
-export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
 # A crash ends the program. Wine would start its debugger and with it a desktop, which stays and keeps our output open.
-[ "${1:-}" = winedbg ] || WINEDLLOVERRIDES="$WINEDLLOVERRIDES;winedbg.exe=d"
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d"
 unset DISPLAY
 
 if [ ! -e "$WINEPREFIX/.ready" ]; then
