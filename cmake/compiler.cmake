@@ -2,19 +2,31 @@
 add_compile_definitions(NOMINMAX)
 
 include(CheckCXXSourceCompiles)
+include(CheckCXXSymbolExists)
 
-# Warnings are errors, unless the library is part of somebody else's project.
+if(MINGW)
+    check_cxx_source_compiles("#include <mutex>\nint main() { std::mutex().lock(); }" TARNEX_STD_MUTEX)
+    if(NOT TARNEX_STD_MUTEX)
+        message(FATAL_ERROR "The C++ library of ${CMAKE_CXX_COMPILER} has no std::mutex. Take the flavour of MinGW GCC "
+            "for \"posix\" threads (on Debian x86_64-w64-mingw32-g++-posix, in the package g++-mingw-w64-x86-64-posix).")
+    endif()
+    # The C runtime: the universal one, or msvcrt.dll.
+    check_cxx_symbol_exists(_UCRT cstdlib TARNEX_UCRT)
+endif()
+
+# Warnings are errors, unless the library is part of somebody else's project or CMake is told otherwise
+# (--compile-no-warning-as-error): other compilers have other warnings.
+set(CMAKE_COMPILE_WARNING_AS_ERROR ${PROJECT_IS_TOP_LEVEL})
 add_library(tarnex_warnings INTERFACE)
 if(MSVC)
     add_compile_definitions(_CRT_SECURE_NO_WARNINGS)  # _wgetenv is what is wanted
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
     # C4702, unreachable code, comes from the optimizer, which also warns of it in the headers of other libraries.
-    target_compile_options(tarnex_warnings INTERFACE /W4 $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:/WX> /wd4702 /permissive- /utf-8)
+    target_compile_options(tarnex_warnings INTERFACE /W4 /wd4702 /permissive- /utf-8)
     # The exports are extern "C" and yet let exceptions out.
     string(REPLACE "/EHsc" "/EHs" CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}")
 else()
-    target_compile_options(tarnex_warnings INTERFACE
-        -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
+    target_compile_options(tarnex_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 endif()
 
 # Hardening flags; the "dll" test checks the DLL's headers for them. Most are the linkers' default: named here so that
@@ -46,16 +58,23 @@ else()
     add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
-# Debug symbols: a PDB for Windows' debuggers where the compiler can write one, otherwise DWARF for gdb. (GCC 14 takes
+# Debug symbols: a PDB for Windows' debuggers where clang's linker is lld, otherwise DWARF for gdb. (GCC 14 takes
 # -gcodeview too, but writes nothing.)
 if(MSVC)
     set(TARNEX_SYMBOLS /Zi)
     set(TARNEX_PDB ON)
-elseif(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
-    set(TARNEX_SYMBOLS -g -gcodeview -fdebug-compilation-dir=.)
-    set(TARNEX_PDB ON)
 else()
     set(TARNEX_SYMBOLS -g)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+        set(CMAKE_REQUIRED_FLAGS -gcodeview)
+        set(CMAKE_REQUIRED_LINK_OPTIONS -Wl,--pdb= -Wl,-Xlink=-pdbsourcepath:.)
+        check_cxx_source_compiles("int main() {}" TARNEX_PDB)
+        unset(CMAKE_REQUIRED_FLAGS)
+        unset(CMAKE_REQUIRED_LINK_OPTIONS)
+    endif()
+    if(TARNEX_PDB)
+        list(APPEND TARNEX_SYMBOLS -gcodeview -fdebug-compilation-dir=.)
+    endif()
 endif()
 
 # Links the language runtimes into a target, which then needs no DLL but Windows' own.

@@ -1,10 +1,12 @@
 # What the cross toolchains share. ${mingw} is the name that their tools begin with.
-string(COMPARE EQUAL ${mingw} x86_64-w64-mingw32ucrt TARNEX_UCRT)
 set(CMAKE_FIND_ROOT_PATH /usr/${mingw})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# The C++ runtime is that of this compiler, whose packages have the notices of it.
+set(TARNEX_DEBIAN_GCC ${mingw}-g++${flavour})
 
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine.sh)
 

@@ -1,15 +1,30 @@
-# spdlog and fmt, header-only. The toolchains for cross-compiling name the folder that holds them; elsewhere a
-# package manager provides them.
-add_library(tarnex_dependencies INTERFACE)
+# spdlog and fmt. The toolchains for cross-compiling name the folder that holds their headers; elsewhere a package
+# manager provides them. Of its targets only the folders count: spdlog's would link the library of fmt as well.
 if(DEFINED TARNEX_DEPENDENCY_HEADERS)
-    target_include_directories(tarnex_dependencies SYSTEM INTERFACE ${TARNEX_DEPENDENCY_HEADERS})
-    target_compile_definitions(tarnex_dependencies INTERFACE FMT_HEADER_ONLY)
+    set(headers ${TARNEX_DEPENDENCY_HEADERS})
+    foreach(header spdlog/logger.h fmt/format.h)
+        if(NOT EXISTS ${headers}/${header})
+            message(FATAL_ERROR "TARNEX_DEPENDENCY_HEADERS, ${headers}, has no ${header}: name a folder that holds just "
+                "spdlog/ and fmt/ (links will do).")
+        endif()
+    endforeach()
 else()
-    find_package(fmt CONFIG REQUIRED)
-    find_package(spdlog CONFIG REQUIRED)
-    target_link_libraries(tarnex_dependencies INTERFACE fmt::fmt-header-only spdlog::spdlog_header_only)
+    set(headers "")
+    foreach(target fmt::fmt-header-only spdlog::spdlog_header_only)
+        string(REGEX REPLACE ":.*" "" package ${target})
+        find_package(${package} CONFIG QUIET)
+        if(NOT TARGET ${target})
+            message(FATAL_ERROR "${package} was not found. Install it (MSYS2: pacman -S $MINGW_PACKAGE_PREFIX-${package}), "
+                "name the folder of its ${package}Config.cmake by -D${package}_DIR=<folder>, or name a folder that holds just "
+                "the headers, spdlog/ and fmt/, by -DTARNEX_DEPENDENCY_HEADERS=<folder>.")
+        endif()
+        list(APPEND headers $<TARGET_PROPERTY:${target},INTERFACE_INCLUDE_DIRECTORIES>)
+    endforeach()
 endif()
+add_library(tarnex_dependencies INTERFACE)
+target_include_directories(tarnex_dependencies SYSTEM INTERFACE ${headers})
 target_compile_definitions(tarnex_dependencies INTERFACE
+    FMT_HEADER_ONLY
     SPDLOG_WCHAR_FILENAMES
     SPDLOG_FMT_EXTERNAL
     # No message groups digits by the user's locale; without this switch that takes half a megabyte of code.
