@@ -8,7 +8,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # The C++ runtime is that of this compiler, whose packages have the notices of it.
 set(TARNEX_DEBIAN_GCC ${mingw}-g++${flavour})
 
-set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine.sh)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/emulator.sh)
 
 # Debian's header-only libraries lie among the headers of the machine that builds, which must stay out of
 # sight. Links let the compiler see these two and nothing else.

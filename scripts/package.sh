@@ -39,8 +39,7 @@ for preset in "${chosen[@]}"; do
 
     start_wine
     say "Trying the kit of preset $preset"
-    # A second try in CI, for the reason that test.sh gives.
-    try_kit "$preset" || { [ -n "${CI:-}" ] && say "Once more" && try_kit "$preset"; }
+    try_kit "$preset"
 done
 
 say "Packages in build/packages"

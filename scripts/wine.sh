@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs a Windows program under Wine, in a prefix of this project's own below build/. CMake's emulator.
+# Runs a Windows program under Wine, in a prefix of this project's own below build/.
 #
 # usage: wine.sh PROGRAM [ARGUMENT...]
 set -e
