@@ -41,13 +41,15 @@ inline bool WaitFor(const std::atomic<bool>& flag)
 inline void RunThreads(int count, const auto& work)
 {
     std::atomic<int> missing{count};
-    std::vector<std::jthread> threads;
+    std::vector<std::thread> threads;  // not every C++ library has jthread
     for (int number = 0; number < count; ++number)
         threads.emplace_back([&, number] {  // NOLINT(performance-inefficient-vector-operation): there are few
             for (--missing; missing > 0;)
                 std::this_thread::yield();
             work(number);
         });
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 /** An empty folder for log files, removed at the end. A child process uses its parent's folder. */
