@@ -20,7 +20,7 @@ cmake_path(GET runtime PARENT_PATH runtime)
 set(CMAKE_CXX_FLAGS_INIT
     "-isystem ${runtime}/include/c++ -isystem ${runtime}/include/c++/${mingw}")
 foreach(kind EXE SHARED)
-    set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld -L${runtime} -lwinpthread")
+    set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld -L${runtime}")
 endforeach()
 
 include(${CMAKE_CURRENT_LIST_DIR}/cross-common.cmake)

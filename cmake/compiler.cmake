@@ -5,10 +5,13 @@ include(CheckCXXSourceCompiles)
 include(CheckCXXSymbolExists)
 
 if(MINGW)
-    check_cxx_source_compiles("#include <mutex>\nint main() { std::mutex().lock(); }" TARNEX_STD_MUTEX)
+    check_cxx_source_compiles("#include <mutex>\nint main() { return sizeof(std::mutex) == 0; }" TARNEX_STD_MUTEX)
     if(NOT TARNEX_STD_MUTEX)
         message(FATAL_ERROR "The C++ library of ${CMAKE_CXX_COMPILER} has no std::mutex. Take the flavour of MinGW GCC "
             "for \"posix\" threads (on Debian x86_64-w64-mingw32-g++-posix, in the package g++-mingw-w64-x86-64-posix).")
+    endif()
+    if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+        add_link_options(-pthread)  # GCC links its thread library unasked
     endif()
     # The C runtime: the universal one, or msvcrt.dll.
     check_cxx_symbol_exists(_UCRT cstdlib TARNEX_UCRT)
