@@ -27,8 +27,9 @@ target_compile_definitions(tarnex_dependencies INTERFACE
     FMT_HEADER_ONLY
     SPDLOG_WCHAR_FILENAMES
     SPDLOG_FMT_EXTERNAL
-    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code.
-    FMT_STATIC_THOUSANDS_SEPARATOR=','
+    # No message groups digits by the user's locale; without this switch that takes half a megabyte of code. Not every
+    # resource compiler takes the quotes.
+    $<$<COMPILE_LANGUAGE:CXX>:FMT_STATIC_THOUSANDS_SEPARATOR=','>
     # No logger that writes to the host's console. (spdlog's error handler still writes to stderr, at most once a
     # second, when the disk is full.)
     SPDLOG_DISABLE_DEFAULT_LOGGER
