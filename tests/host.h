@@ -48,8 +48,7 @@ inline void RunThreads(int count, const auto& work)
                 std::this_thread::yield();
             work(number);
         });
-    for (std::thread& thread : threads)
-        thread.join();
+    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
 }
 
 /** An empty folder for log files, removed at the end. A child process uses its parent's folder. */
