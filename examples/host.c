@@ -6,7 +6,7 @@ int main(void)
 {
     TarnexAuthHandle handle = NULL;
 
-    /* Both optional, before the first message; the default level is TARNEX_LOG_ERR. */
+    /* Both optional: a name until the first message, a level at any time, TARNEX_LOG_ERR without it. */
     tarnexSetLogName_3("my-app");
     tarnexSetLogLevel_3(TARNEX_LOG_DEBUG);
 

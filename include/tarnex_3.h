@@ -3,8 +3,8 @@
  *
  * Conventions for the whole interface:
  *
- * 1. Every function returns a TarnexResult. TARNEX_OK (0) says that the call did what was asked; each
- *    refusal has a code of its own, and the codes a function can return are listed with it.
+ * 1. Every function returns a TarnexResult. TARNEX_OK (0) says that the call did what was asked; any other
+ *    code is a refusal. The codes a function can return are listed with it.
  * 2. A handle lives in a variable of yours. Functions take the address of that variable, phAuth, which must
  *    not be null. The variable may hold anything: its value is only ever compared with the handles that
  *    exist, so a null, stale or invalid value is answered with a code and never followed. (A new handle, often the
@@ -17,22 +17,26 @@
  *    breaks included. If you store secrets, use a higher level, such as the default TARNEX_LOG_ERR, and set it by
  *    call: otherwise the environment variable TARNEX_LOG_LEVEL can lower it.
  * 6. Every function may be called from any thread, at any time between loading and unloading the library,
- *    but not from a DllMain. The handle functions run one call at a time. Unload when no call is in progress.
+ *    but not from a DllMain. The handle functions run one call at a time, so that several may be given the same
+ *    variable at once; what you do with the variable yourself meanwhile needs a lock of yours. Unload when no call
+ *    is in progress.
  * 7. Four failures have no code but throw a C++ exception: no memory (std::bad_alloc), a lock that fails
  *    (std::system_error, also during process exit where the exit has ended a thread that held it), a log name
  *    that is not UTF-8 (std::range_error), and an error while the first message opens the log (a class derived
  *    from std::exception; the next message tries again). Such a call has changed neither your handle variable nor
- *    the set of handles. Only a program built with the same kind of compiler as the DLL can catch them. In others,
- *    those in other languages included, they normally end the process; a host that swallows one is in an undefined
- *    state. The log name is the one you can always avoid: pass UTF-8.
+ *    the set of handles. Only a program built with the same kind of compiler and C++ library as the DLL can catch
+ *    them. In others, those in other languages included, they normally end the process; a host that swallows one is
+ *    in an undefined state. When memory is so short that the exception cannot be made either, a DLL built with
+ *    MinGW ends the process. The log name is the one you can always avoid: pass UTF-8.
  * 8. When the library is unloaded, handles that are left are destroyed, each with a message, and the log is flushed.
- *    While its clean-up of old log files is running the DLL stays loaded until that finishes; reloading before then
- *    gets the same instance, with its handles, level and log name. Normal process exit logs the handles that are
- *    left, unless it ended a thread inside a call on handles, and flushes the log, unless it ended one that was
- *    writing to it; TerminateProcess does neither.
- * 9. The first message is the first one at any level, even if the level in force filters it out, and it creates the
- *    log. Refusals are messages, that of an invalid level included; so is a handle left behind at unload or exit.
- *    Flushing, setting a valid level and asking for the version are none.
+ *    While its clean-up of old log files is running, FreeLibrary returns, but the DLL stays loaded and does all this,
+ *    flushing included, only when the clean-up has finished; reloading before then gets the same instance, with its
+ *    handles, level and log name. Normal process exit logs the handles that are left, unless it ended a thread
+ *    inside a call on handles, and flushes the log, unless it ended one that was writing to it; TerminateProcess
+ *    does neither.
+ * 9. The first message creates the log, at every level, even if it is then filtered out: a call is a message if it
+ *    sets or removes a parameter or is refused, except for a null key or value, a log name for which no file could
+ *    be created, and a flush without a log; a handle left behind at unload or exit is one, too.
  */
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
@@ -93,11 +97,12 @@ enum {
 
 /* Log levels: a message is written when its level is at least the level in force. */
 enum {
-    TARNEX_LOG_TRACE = 0,    /* calls that set and remove parameters, with keys and values, as they begin; flushes */
+    TARNEX_LOG_TRACE = 0,    /* calls that set and remove parameters of a valid handle, with keys and values, as they
+                                begin; flushes */
     TARNEX_LOG_DEBUG = 1,    /* parameters set, with keys and values; parameters not found; handles left behind */
     TARNEX_LOG_INFO = 2,     /* parameters removed, with their keys */
     TARNEX_LOG_WARN = 3,     /* refused changes and settings */
-    TARNEX_LOG_ERR = 4,      /* invalid handles; the default */
+    TARNEX_LOG_ERR = 4,      /* invalid handles, handles created twice, a malformed TARNEX_LOG_CLEANUP; the default */
     TARNEX_LOG_CRITICAL = 5, /* no message has this level today */
     TARNEX_LOG_OFF = 6       /* only the creation of the log and changes of its level, which are always shown */
 };
@@ -128,7 +133,7 @@ TARNEX_API TarnexResult tarnexCreateAuthHandle_3(TarnexAuthHandle* phAuth);
 
 /*
  * Destroys a handle with its parameters and sets your variable to null. Copies of the handle that you keep
- * elsewhere are invalid from then on.
+ * elsewhere are invalid from then on. The memory of keys and values is freed, but not wiped.
  *
  * phAuth  address of your handle variable; must not be null.
  *
@@ -177,7 +182,7 @@ TARNEX_API TarnexResult tarnexSetLogName_3(const char* name);
 
 /*
  * Sets the level of the log, now or for the log that is still to come. A level set before the first message
- * takes the place of the environment variable TARNEX_LOG_LEVEL.
+ * takes the place of the environment variable TARNEX_LOG_LEVEL; one set later gets a line in the log.
  *
  * level  one of the TARNEX_LOG_ levels, 0 to 6.
  *

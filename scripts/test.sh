@@ -20,7 +20,7 @@ for preset in "${wanted[@]}"; do
     if has_toolchain "$preset"; then
         chosen+=("$preset")
     else
-        echo "Without preset $preset: $missing_toolchain"
+        echo "Skipping preset $preset: $missing_toolchain"
     fi
 done
 
