@@ -6,7 +6,7 @@ int main(void)
 {
     TarnexAuthHandle handle = NULL;
 
-    /* Both optional: a name until the first message, a level at any time, TARNEX_LOG_ERR without it. */
+    /* Both optional: the log's name, until the first message, and its level, at any time (default: TARNEX_LOG_ERR). */
     tarnexSetLogName_3("my-app");
     tarnexSetLogLevel_3(TARNEX_LOG_DEBUG);
 

@@ -34,9 +34,9 @@
  *    handles, level and log name. Normal process exit logs the handles that are left, unless it ended a thread
  *    inside a call on handles, and flushes the log, unless it ended one that was writing to it; TerminateProcess
  *    does neither.
- * 9. The first message creates the log, at every level, even if it is then filtered out: a call is a message if it
- *    sets or removes a parameter or is refused, except for a null key or value, a log name for which no file could
- *    be created, and a flush without a log; a handle left behind at unload or exit is one, too.
+ * 9. The first message creates the log, even if the level in force, TARNEX_LOG_OFF included, filters it out. A call
+ *    is a message if it sets or removes a parameter or is refused, except for a null key or value, a log name for
+ *    which no file could be created, and a flush without a log; a handle left behind at unload or exit is one, too.
  */
 #ifndef TARNEX_3_H
 #define TARNEX_3_H
