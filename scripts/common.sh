@@ -4,7 +4,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 script=$root/scripts/$(basename "$0")
 
-# The presets for Linux.
+# The presets for Debian.
 presets=(mingw mingw-ucrt mingw-debug clang-mingw clang-ucrt)
 
 # The comment that the script begins with, with the names of the presets in place of PRESETS.
@@ -92,7 +92,7 @@ has_toolchain() {
 }
 missing_toolchain='the toolchain is missing; Debian 13 has it in the package g++-mingw-w64-ucrt64'
 
-# Ends the script unless these are presets for Linux whose toolchain is installed.
+# Ends the script unless these are presets for Debian whose toolchain is installed.
 check_presets() {
     local name
     for name in "$@"; do

@@ -2,7 +2,7 @@
 # Builds the library and runs all its tests.
 #
 # usage: test.sh             with MinGW GCC, and for the universal C runtime where that toolchain is installed
-#        test.sh --all       with every compiler and setting for Linux
+#        test.sh --all       with every compiler and setting on Debian
 #        test.sh PRESET...   with these of PRESETS
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
