@@ -70,7 +70,7 @@ int main(void)
     SHOW(tarnexSetAuthParams_3(&bob, "", ""), TARNEX_OK);
     SHOW(tarnexRemoveAuthParams_3(&alice, "User"), TARNEX_OK);
 
-    printf("\nRefusals, each with a code that says why\n");
+    printf("\nRefusals, with their codes\n");
     SHOW(tarnexCreateAuthHandle_3(&alice), TARNEX_E_HANDLE_EXISTS);
     SHOW(tarnexSetAuthParams_3(&alice, NULL, "value"), TARNEX_E_INVALID_ARGUMENT);
     SHOW(tarnexSetAuthParams_3(&alice, "user", NULL), TARNEX_E_INVALID_ARGUMENT);
