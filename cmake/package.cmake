@@ -9,7 +9,8 @@ install(TARGETS Tarnex_3 EXPORT Tarnex_3Targets
     ARCHIVE DESTINATION lib)
 install(FILES include/tarnex_3.h DESTINATION include)
 install(FILES src/api/Tarnex_3.def DESTINATION lib)
-install(FILES examples/demo.c examples/host.c examples/loader.cpp examples/tarnex_loader.h DESTINATION examples)
+install(FILES examples/demo.c examples/host.c examples/loader.cpp examples/tarnex_loader.h examples/threads.cpp
+    DESTINATION examples)
 install(FILES examples/go/main.go DESTINATION examples/go)
 if(MSVC)
     install(FILES $<TARGET_PDB_FILE:Tarnex_3> DESTINATION bin)
