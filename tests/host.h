@@ -9,46 +9,33 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <set>
-#include <string>
+#include <iomanip>
+#include <map>
+#include <regex>
 #include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
-using Lines = std::vector<std::string>;
-using Names = std::set<std::wstring>;
+using std::atomic, std::string, std::to_string, std::vector;
 
-inline const std::string kNoHandle = "[E] CreateAuthHandle() hAuth=[0x0] was not found";
-inline const std::string kLeftBehind = "[D] ~CSession() for (auto h : m_Handles)";
+const string kLog = "Tarnex-ID.log\n";
+const string kCreated = kLog + "[O] Created Tarnex Logger level [error]\n";
+const string kNoHandle = "[E] CreateAuthHandle() hAuth=[0x0] was not found\n";
 
-inline void SetEnv(const std::wstring& name, const std::wstring& value)
+inline void SetEnv(const fs::path& name, const fs::path& value)
 {
-    ::_wputenv((name + L"=" + value).c_str());
+    ::_wputenv((name.wstring() + L"=" + value.wstring()).c_str());
 }
 
 /** Polls until the flag is set, for ten seconds at most; false when it is not. */
-inline bool WaitFor(const std::atomic<bool>& flag)
+inline bool WaitFor(const atomic<bool>& flag)
 {
     for (int i = 0; i < 10000 && !flag; ++i)
         ::Sleep(1);
     return flag;
-}
-
-/** Runs the work on `count` threads, which begin together and are given their number. */
-inline void RunThreads(int count, const auto& work)
-{
-    std::atomic<int> missing{count};
-    std::vector<std::thread> threads;  // not every C++ library has jthread
-    for (int number = 0; number < count; ++number)
-        threads.emplace_back([&, number] {  // NOLINT(performance-inefficient-vector-operation): there are few
-            for (--missing; missing > 0;)
-                std::this_thread::yield();
-            work(number);
-        });
-    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
 }
 
 /** An empty folder for log files, removed at the end. A child process uses its parent's folder. */
@@ -56,89 +43,89 @@ struct LogFolder
 {
     LogFolder()
     {
+        if (const wchar_t* const parents = ::_wgetenv(L"TARNEX_TEST_FOLDER"))
+            path = parents;
+        Clear();
+        SetEnv("TARNEX_TEST_FOLDER", path);
+        SetEnv("TARNEX_LOG_DIR", path);
+        SetEnv("TZ", "FAR-11:30");  // logs are in local time
+    }
+    ~LogFolder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+
+    void Clear() const
+    {
         fs::remove_all(path);
         fs::create_directories(path);
-        SetEnv(L"TARNEX_TEST_FOLDER", path);
-        SetEnv(L"TARNEX_LOG_DIR", path);
     }
-    ~LogFolder() { fs::remove_all(path, ignored); }
 
     /** Makes a file that was last written `minutesAgo`. */
-    void AddFile(const std::wstring& name, int minutesAgo) const
+    void AddFile(const string& name, int minutesAgo) const
     {
         std::ofstream(path / name).close();
         fs::last_write_time(path / name, fs::file_time_type::clock::now() - std::chrono::minutes(minutesAgo));
     }
 
-    Names Files() const
+    /** Its files and folders, sorted: their names with ID for the process id, their lines without the time or "torn".
+     */
+    string Look() const
     {
-        Names names;
-        for (const auto& entry : fs::directory_iterator(path))
-            names.insert(entry.path().filename());
-        return names;
-    }
-
-    /** The lines of all its log files without their time, as in "[E] text", or "torn: ..." for an incomplete line. */
-    Lines Log() const
-    {
-        Lines lines;
-        for (const std::wstring& name : Files()) {
-            std::ifstream file(path / name, std::ios::binary);
-            for (std::string line; std::getline(file, line);)
-                lines.push_back(line.find(" [") == 23 && line.back() == '\r' ? line.substr(24, line.size() - 25)
-                                                                             : "torn: " + line);
+        std::map<string, string> files;
+        for (const auto& entry : fs::recursive_directory_iterator(path)) {
+            const auto name = entry.path().filename().u8string();
+            string& lines = files[std::regex_replace(string(name.begin(), name.end()), std::regex("-\\d\\d+"), "-ID")];
+            std::ifstream file(entry.path(), std::ios::binary);
+            for (string line; std::getline(file, line); lines += "\n") {
+                std::tm time{};
+                std::istringstream(line) >> std::get_time(&time, "%Y-%m-%d %H:%M:%S.");
+                const bool isLine = std::abs(std::mktime(&time) - std::time(nullptr)) < 99 && line.back() == '\r';
+                lines += isLine ? line.substr(24, line.size() - 25) : "torn: " + line;
+            }
         }
-        return lines;
+        files.erase("Tarnex-ID.tmp");  // while the clean-up looks for the folder
+        string all;
+        for (const auto& [name, lines] : files)
+            all += name + "\n" + lines;
+        return all;
     }
 
-    std::error_code ignored;
-    const wchar_t* inherited = ::_wgetenv(L"TARNEX_TEST_FOLDER");
-    std::wstring processId = std::to_wstring(::GetCurrentProcessId());
-    std::wstring logName = L"Tarnex-" + processId + L".log";
-    fs::path path = inherited != nullptr ? inherited : fs::temp_directory_path() / (L"tarnex-" + processId);
+    fs::path path = fs::temp_directory_path() / ("tarnex-" + to_string(::GetCurrentProcessId()));
 };
-
-/** Fails with the first line in which a log is not as expected. */
-inline void ExpectLog(const Lines& log, const Lines& expected)
-{
-    const auto [line, wanted] = std::mismatch(log.begin(), log.end(), expected.begin(), expected.end());
-    if (line != log.end() || wanted != expected.end())
-        ADD_FAILURE() << "line " << line - log.begin() + 1 << " of the log: " << (line == log.end() ? "none" : *line)
-                      << "\n  expected: " << (wanted == expected.end() ? "none" : *wanted);
-}
 
 /** Has a module call something else in place of a function that it imports. */
 template <typename Function>
-void Replace(const wchar_t* module, const char* name, Function* replacement)
+void Replace(const char* name, Function* replacement, const wchar_t* module = L"Tarnex_3")
 {
     ULONG size = 0, before = 0;
-    auto* const table = static_cast<char*>(
+    auto* const table = static_cast<Function**>(
         ::ImageDirectoryEntryToData(::GetModuleHandleW(module), TRUE, IMAGE_DIRECTORY_ENTRY_IAT, &size));
     ::VirtualProtect(table, size, PAGE_READWRITE, &before);
-    for (const wchar_t* exporter : {L"kernel32", L"kernelbase", L"shell32"})
-        if (const FARPROC original = ::GetProcAddress(::GetModuleHandleW(exporter), name))
-            for (ULONG i = 0; i < size; i += sizeof original)
-                if (std::memcmp(table + i, &original, sizeof original) == 0)
-                    std::memcpy(table + i, &replacement, sizeof replacement);
+    for (const wchar_t* exporter : {L"kernel32", L"kernelbase", L"shell32", L"msvcrt", L"ucrtbase"})
+        if (void* const found = reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(exporter), name)))
+            std::replace(table, table + size / sizeof found, reinterpret_cast<Function*>(found), replacement);
 }
+#define REPLACE(function, ...) Replace<decltype(function)>(#function, __VA_ARGS__)
 
-/** The same for WriteFile, which the library's C runtime calls; it may be part of the library. */
-inline void ReplaceWriteFile(decltype(::WriteFile)* replacement)
+/** The same for WriteFile, which the library's C runtime calls; that may be part of the library. */
+inline void ReplaceWriteFile(decltype(WriteFile)* replacement)
 {
     for (const wchar_t* runtime : {L"Tarnex_3", L"msvcrt", L"ucrtbase"})
         if (::GetModuleHandleW(runtime) != nullptr)
-            Replace(runtime, "WriteFile", replacement);
+            Replace("WriteFile", replacement, runtime);
 }
 
 /** A host of the finished DLL, with these values in its environment. */
 struct Host : LogFolder, TarnexLoader
 {
-    explicit Host(const std::wstring& level = L"", const std::wstring& hours = L"")
+    Host(const char* level = "", const char* hours = "")
     {
-        SetEnv(L"TARNEX_LOG_LEVEL", level);
-        SetEnv(L"TARNEX_LOG_CLEANUP", hours);
+        SetEnv("TARNEX_LOG_LEVEL", level);
+        SetEnv("TARNEX_LOG_CLEANUP", hours);
     }
-    ~Host() { Unload(module ? 30000 : 0); }
+    ~Host() { Unload(); }
 
     TarnexAuthHandle handle = nullptr;
 
@@ -147,18 +134,5 @@ struct Host : LogFolder, TarnexLoader
     {
         TarnexAuthHandle null = nullptr;
         return tarnexDeleteAuthHandle_3(&null);
-    }
-
-    /** Makes calls with all kinds of results, and stops at the first that gets another one than it should. */
-    void UseHandle(const std::string& value = "v") const
-    {
-        TarnexAuthHandle own = nullptr;
-        ASSERT_EQ(tarnexCreateAuthHandle_3(&own), TARNEX_OK);
-        ASSERT_EQ(tarnexRemoveAuthParams_3(&own, "k"), TARNEX_E_PARAM_NOT_FOUND);
-        ASSERT_EQ(tarnexSetAuthParams_3(&own, "k", value.c_str()), TARNEX_OK);
-        ASSERT_EQ(tarnexDeleteAuthHandle_3(&own), TARNEX_OK);
-        ASSERT_EQ(own, nullptr);
-        ASSERT_EQ(DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
-        ASSERT_EQ(tarnexSetLogLevel_3(7), TARNEX_E_INVALID_ARGUMENT);  // writes without the session's lock
     }
 };

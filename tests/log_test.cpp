@@ -1,109 +1,192 @@
-// The log: when it begins, its name, its lines, its level, and the clean-up of old ones.
-#include <ctime>
+// The log: where and when it begins, its name, its lines, its level, and the clean-up of old ones.
+#include <functional>
 
 #include "host.h"
+// After <windows.h>, which the shell's header needs.
+#include <shlobj.h>
 
 namespace {
 
-TEST(Log, HasLinesInLocalTimeThatEndInCrLf)
-{
-    SetEnv(L"TZ", L"FAR-11:30");
-    const std::time_t now = std::time(nullptr);
-    char text[100] = "", expected[100];
-    std::strftime(expected, sizeof expected, "%Y-%m-%d %H:mm:ss.mmm [O] Created Tarnex Logger level [error]\r\n",
-                  std::localtime(&now));
-    const Host host;
-    host.tarnexSetLogLevel_3(7);
-    std::ifstream(host.path / host.logName, std::ios::binary).read(text, sizeof text - 1);
-    std::copy_n("mm:ss.mmm", 9, text + 14);
-    EXPECT_STREQ(text, expected);
-}
+const string kMalformed =
+    "[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours\n";
 
 TEST(Log, BeginsWithTheFirstMessageAtTheLevelOfTheEnvironment)
 {
-    const std::pair<std::wstring, std::string> cases[] = {
-        {L"TRACE", "trace"}, {L"Debug", "debug"}, {L"Info", "info"},   {L"Wobble", "warning"},
-        {L"C", "critical"},  {L"OFF", "off"},     {L"debug", "error"}, {L"3", "error"}};
+    const std::pair<const char*, string> cases[] = {{"TRACE", "trace"},    {"Debug", "debug"}, {"I", "info"},
+                                                    {"Wobble", "warning"}, {"C", "critical"},  {"OFF", "off"},
+                                                    {"debug", "error"},    {"3", "error"}};
     for (const auto& [value, level] : cases) {
         Host host(value);
         host.tarnexCreateAuthHandle_3(&host.handle);
-        EXPECT_EQ(host.Files(), Names());
-        host.tarnexSetAuthParams_3(&host.handle, "k", "v");  // filtered out by most levels
-        EXPECT_EQ(host.Log(), Lines{"[O] Created Tarnex Logger level [" + level + "]"}) << value;
+        EXPECT_EQ(host.Look(), "");
+        host.tarnexSetLogLevel_3(7);  // filtered out by most levels
+        EXPECT_EQ(host.Look(), kLog + "[O] Created Tarnex Logger level [" + level + "]\n") << value;
     }
 }
 
 TEST(Log, TakesItsLevelFromTheHostAndHoldsLinesBelowErrUntilAFlush)
 {
-    Host host(L"T");
-    host.tarnexSetLogLevel_3(TARNEX_LOG_WARN);
-    host.tarnexSetLogLevel_3(7);
+    Host host("T");
     host.tarnexSetLogLevel_3(TARNEX_LOG_ERR);
-    EXPECT_EQ(host.Log().size(), 1u);
+    host.tarnexSetLogLevel_3(7);
+    host.tarnexSetLogLevel_3(TARNEX_LOG_WARN);
+    host.tarnexSetLogLevel_3(0xFFFFFFFF);
+    EXPECT_EQ(host.Look(), kCreated);
     host.DeleteNull();
+    const string flushed =
+        kCreated + "[O] Logger level was set to [warning]\n[W] SetLogLevel() was called whith invalid level [-1]\n" +
+        kNoHandle;
     host.tarnexSetLogLevel_3(TARNEX_LOG_OFF);
     host.DeleteNull();
     host.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);
-    host.tarnexSetLogLevel_3(0xFFFFFFFF);
-    EXPECT_EQ(host.Log().size(), 4u);
+    EXPECT_EQ(host.Look(), flushed);
     host.tarnexFlushLog_3();
-    ExpectLog(host.Log(),
-              {"[O] Created Tarnex Logger level [warning]", "[W] SetLogLevel() was called whith invalid level [7]",
-               "[O] Logger level was set to [error]", kNoHandle, "[O] Logger level was set to [off]",
-               "[O] Logger level was set to [trace]", "[W] SetLogLevel() was called whith invalid level [-1]",
-               "[T] Logger Flush() was called"});
+    EXPECT_EQ(host.Look(), flushed +
+                               "[O] Logger level was set to [off]\n[O] Logger level was set to [trace]\n"
+                               "[T] Logger Flush() was called\n");
 }
 
-TEST(Log, TakesANameFromTheHostUntilItBegins)
+TEST(Log, TakesANameInUtf8FromTheHostUntilItBegins)
 {
     Host host;
-    const std::wstring id = L"-" + host.processId;
-    host.tarnexSetLogName_3("\xC3\xA4");
-    EXPECT_EQ(host.tarnexSetLogName_3("no/such"), TARNEX_E_INVALID_ARGUMENT);
-    EXPECT_THROW(host.tarnexSetLogName_3("\xFF"), std::range_error);
-    for (int i = 0; i < 3; ++i)
-        host.tarnexSetLogName_3("B");
+    for (const char* name : {"B", "B", "\xC3\xA4\xF0\x9F\x98\x80"})
+        host.tarnexSetLogName_3(name);
+    for (const char* name : {"\xC3", "a\xFF", "\xC0\xAF", "\xED\xBF\xBF"})
+        EXPECT_THROW(host.tarnexSetLogName_3(name), std::range_error) << name;
+    EXPECT_EQ(host.tarnexSetLogName_3("no/such"), TARNEX_E_INVALID_ARGUMENT);  // cancels the names before
     host.DeleteNull();
-    EXPECT_EQ(host.tarnexSetLogName_3("C"), TARNEX_E_LOG_FILE_EXISTS);
-    host.Unload();
-    EXPECT_EQ(host.Files(), (Names{L"Tarnex-\u00E4" + id + L".log", L"Tarnex-B" + id + L".log",
-                                   L"Tarnex-B" + id + L"-1.log", L"Tarnex-B" + id + L"-2.log"}));
-    ExpectLog(host.Log(), {"[O] Created Tarnex Logger level [error]", kNoHandle});
+    EXPECT_EQ(host.Look(), "Tarnex-B-ID-1.log\nTarnex-B-ID.log\n" + kCreated + kNoHandle +
+                               "Tarnex-\xC3\xA4\xF0\x9F\x98\x80-ID.log\n");
 }
 
 TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
 {
-    const std::pair<std::wstring, int> cases[] = {{L"", 24}, {L" 48", 48}, {L"0", 0}, {L"-1", -1}, {L"48h", 24}};
-    for (const auto& [value, hours] : cases) {
-        Host host(L"", value);
-        for (const wchar_t* name : {L"Tarnex-1.log", L"Tarnex50.log", L"Tarnex-9.tmp", L"TarnexX.tmp"})
-            host.AddFile(name, hours * 60 + 5);
-        host.AddFile(L"Tarnex-2.log", hours * 60 - 5);
-        host.DeleteNull();
+    const std::pair<const char*, int> cases[] = {{"", 1440},  {" 48", 2880}, {"0", 0},
+                                                 {"-1", -60}, {"48h", 1440}, {"1193047", 31}};  // wraps at 32 bits
+    for (const auto& [value, minutes] : cases) {
+        Host host("", value);
+        SetEnv("TARNEX_LOG_DIR", L"\\\\?\\" + host.path.wstring());
+        for (const char* name : {"Tarnex-1.log", "Tarnex5.log", "Tarnex-9.tmp", "TarnexX.tmp"})
+            host.AddFile(name, minutes + 5);
+        host.AddFile("Tarnex-2.log", minutes - 5);
+        host.tarnexSetLogLevel_3(7);
         host.Unload();
-        EXPECT_EQ(host.Files(), (Names{host.logName, L"Tarnex-2.log", L"TarnexX.tmp"})) << value;
+        EXPECT_EQ(host.Look(), "Tarnex-2.log\n" + kCreated + (*value == '4' ? kMalformed : "") + "TarnexX.tmp\n")
+            << value;
     }
 }
 
 TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
 {
-    static std::atomic<bool> isAtWork, mayGoOn;
+    static atomic<bool> isAtWork, mayGoOn;
     isAtWork = mayGoOn = false;
-    Host host(L"", L"x");
-    Replace<decltype(::DeleteFileW)>(L"Tarnex_3", "DeleteFileW", [](LPCWSTR name) {
-        isAtWork = true;
-        WaitFor(mayGoOn);
-        return ::DeleteFileW(name);
-    });
-    host.AddFile(L"Tarnex-1.log", 100000);
+    Host host;
+    REPLACE(DeleteFileW, [](auto name) { return isAtWork = true, WaitFor(mayGoOn), ::DeleteFileW(name); });
+    host.AddFile("Tarnex-1.log", 100000);
     host.tarnexSetLogLevel_3(7);
     EXPECT_TRUE(WaitFor(isAtWork) && !host.Unload(0));
-    EXPECT_EQ(host.Files().size(), 2u);
     mayGoOn = true;
     EXPECT_TRUE(host.Unload());
-    ExpectLog(host.Log(),
-              {"[O] Created Tarnex Logger level [error]",
-               "[E] CleanupFiles(): failed to convert cleanup parameter to integer, defaulting to 24 hours"});
+    EXPECT_EQ(host.Look(), kCreated);
+}
+
+fs::path g_AppData;
+
+/** Has one call of a function of the system by the library fail, after this many that do not. */
+template <typename Result, typename... Args>
+void Refuse(const char* name, Result(WINAPI* function)(Args...), std::type_identity_t<Result> result, DWORD error,
+            int after)
+{
+    static std::function<Result(Args...)> refuse;
+    refuse = [=](Args... args) mutable {
+        if (after-- != 0)
+            return function(args...);
+        ::SetLastError(error);
+        return result;
+    };
+    Replace<Result(Args...)>(name, [](Args... args) { return refuse(args...); });
+}
+#define REFUSE(function, ...) #function, [] { Refuse(#function, ::function, __VA_ARGS__); }
+
+TEST(Faults, OfFoldersAndTheSystemCostNoResultAndNoMoreThanTheyMust)
+{
+    const string all = kCreated + kNoHandle, none = "Tarnex-1.log\nTarnex-1.tmp\n", once = "Logs\n" + all + "Velmora\n",
+                 elsewhere = "Logs\n" + none + all + "Velmora\n";
+    const struct
+    {
+        const char* refused;
+        void (*refuse)();
+        string files, folder = "";  // below the one that the test has made
+    } cases[] = {
+        {"nothing", [] {}, all},
+        {"with a backslash", [] {}, all, "\\"},
+        {"a drive", [] {}, elsewhere, "C:"},
+        {"a missing folder", [] {}, elsewhere, "\\missing"},
+        {REFUSE(CreateDirectoryW, FALSE, ERROR_ACCESS_DENIED, 0), none, "\\missing"},
+        {REFUSE(GetFileAttributesW, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY, 0, 0), once},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_FILE_EXISTS, 0), all},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, 0), all},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_DISK_FULL, 0), once},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, 1), none},
+        {REFUSE(GetModuleHandleExW, FALSE, 0, 0), none + all},
+        {REFUSE(CreateThread, nullptr, 0, 0), none + all},
+        {REFUSE(FindFirstFileW, INVALID_HANDLE_VALUE, 0, 0), "Tarnex-1.log\n" + all},
+        {REFUSE(DeleteFileW, FALSE, ERROR_ACCESS_DENIED, 0), "Tarnex-1.log\n" + all},
+    };
+    for (const auto& [refused, refuse, files, folder] : cases) {
+        Host host;
+        SCOPED_TRACE(refused);
+        SetEnv("TARNEX_LOG_DIR", folder == "C:" ? L"C:" : host.path.wstring() + fs::path(folder).wstring());
+        g_AppData = host.path;
+        REPLACE(SHGetSpecialFolderPathW,
+                [](HWND, LPWSTR path, int, BOOL) -> BOOL { return g_AppData.native().copy(path, MAX_PATH) == 0; });
+        for (const char* old : {"Tarnex-1.log", "Tarnex-1.tmp"})
+            host.AddFile(old, 100000);
+        refuse();
+        EXPECT_EQ(host.DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
+        EXPECT_EQ(host.tarnexFlushLog_3(), files == none ? TARNEX_E_NO_LOGGER : TARNEX_OK);
+        EXPECT_TRUE(host.Unload());
+        EXPECT_EQ(host.Look(), files);
+    }
+}
+
+TEST(Faults, AFileThatCannotBeOpenedThrowsAndIsTriedAgainWithTheEnvironmentOfThen)
+{
+    Host host("D");
+    host.tarnexSetLogName_3("x");
+    EXPECT_THROW(host.tarnexSetLogName_3("\xFF"), std::range_error);
+    const fs::path path = fs::directory_iterator(host.path)->path();
+    HANDLE held = ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_THROW(host.DeleteNull(), std::exception);
+    ::CloseHandle(held);
+    std::ofstream(path) << "is kept\n";
+    SetEnv("TARNEX_LOG_LEVEL", "I");
+    EXPECT_EQ(host.DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
+    EXPECT_EQ(host.Look(), "Tarnex-x-ID.log\ntorn: is kept\r\n[O] Created Tarnex Logger level [info]\n" + kNoHandle);
+}
+
+TEST(Demo, GetsEachResultThatItExpectsAndLogsEachCall)
+{
+    LogFolder folder;
+    EXPECT_EQ(std::system("demo.exe"), 0);
+    EXPECT_EQ(std::regex_replace(folder.Look(), std::regex("0x[1-9a-f][0-9a-f]+"), "ALICE"),
+              "Tarnex-demo-ID.log\n"
+              "[O] Created Tarnex Logger level [trace]\n[T] SetAuthParam() called with key=[user], value=[alice]\n"
+              "[D] SetAuthParam(): parameter key=[user] is set to value=[alice]\n"
+              "[T] SetAuthParam() called with key=[User], value=[case matters]\n"
+              "[D] SetAuthParam(): parameter key=[User] is set to value=[case matters]\n"
+              "[T] SetAuthParam() called with key=[user], value=[alice@example.com]\n"
+              "[D] SetAuthParam(): parameter key=[user] is set to value=[alice@example.com]\n"
+              "[T] SetAuthParam() called with key=[], value=[]\n"
+              "[D] SetAuthParam(): parameter key=[] is set to value=[]\n"
+              "[T] RemoveAuthParam() called with key=[User]\n[I] RemoveAuthParam() parameter key=[User] was removed\n"
+              "[E] CreateAuthHandle() hAuth=[ALICE] was already created\n"
+              "[T] RemoveAuthParam() called with key=[User]\n[D] RemoveAuthParam() key=[User] was not found\n"
+              "[W] SetLogName() was called after log file was created\n"
+              "[W] SetLogLevel() was called whith invalid level [7]\n"
+              "[E] SetAuthParam() hAuth=[ALICE] was not found\n[E] RemoveAuthParam() hAuth=[ALICE] was not found\n"
+              "[E] CreateAuthHandle() hAuth=[ALICE] was not found\n[E] CreateAuthHandle() hAuth=[0x0] was not found\n"
+              "[T] Logger Flush() was called\n[T] Logger Flush() was called\n");
 }
 
 }  // namespace

@@ -1,113 +1,250 @@
-// The handle objects from inside: what no export reaches.
+// The library from inside: what no export reaches, and each place at which a call may run out of memory or be held.
+#include <functional>
+#include <future>
+
 #include "host.h"
 #include "logging/Controls.h"
 #include "logging/Logger.h"
-#include "logging/Retention.h"
 #include "session/AuthHandle.h"
 
 namespace {
 
-bool g_NoMemory = false;
+// One thread's places, where it allocates, releases or writes: from one on so many allocations fail, or at 0 it is
+// held.
+atomic<DWORD> g_Thread{0};
+atomic<bool> g_IsReached, g_IsOver, g_MayGoOn;
+atomic<int> g_Blocks{0}, g_Refused{0};
+int g_PlacesLeft = 0;
+
+/** True when an allocation is to be refused here. */
+bool Pass()
+{
+    if (::GetCurrentThreadId() != g_Thread)
+        return false;
+    if (--g_PlacesLeft == 0) {
+        g_IsReached = g_IsOver = true;
+        if (g_Refused == 0)
+            WaitFor(g_MayGoOn);
+    }
+    return g_PlacesLeft <= 0 && -g_PlacesLeft < g_Refused;
+}
 
 }  // namespace
 
 void* operator new(std::size_t size)
 {
-    void* const memory = g_NoMemory ? nullptr : std::malloc(size);
-    return memory != nullptr ? memory : throw std::bad_alloc();
+    void* const block = Pass() ? nullptr : std::malloc(size);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    ++g_Blocks;
+    return block;
+}
+
+void operator delete(void* block) noexcept
+{
+    if (block != nullptr && --g_Blocks >= 0 && g_Refused == 0)
+        Pass();
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept
+{
+    operator delete(block);
 }
 
 namespace {
 
-/** A handle object, and a log that ends with it. */
+struct Call
+{
+    string text;
+    std::function<TarnexResult()> make;
+    TarnexResult expected = TARNEX_OK;
+
+    /** Makes the call with this done to its n-th place. */
+    TarnexResult MakeAt(int n, int refused) const
+    {
+        g_IsReached = false;
+        g_PlacesLeft = n;
+        g_Refused = refused;
+        g_Thread = ::GetCurrentThreadId();
+        const TarnexResult result = make();
+        g_Thread = 0;
+        g_IsOver = true;
+        return result;
+    }
+};
+using Calls = vector<Call>;
+#define CALL(expression) #expression, [this] { return expression; }
+
+/** A handle object, two handles, calls on them, and a log that can begin again. Messages allocate: they are long. */
 struct Store : testing::Test
 {
     Store() { BeginUnload(); }  // creating the logger then starts no thread
-    ~Store() override
+    ~Store() override { EndLog(); }
+
+    void EndLog() const
     {
         *g_Logger = nullptr;
         g_ReadyLogger = nullptr;
+        g_LogFilePath->clear();
+        folder.Clear();
+    }
+
+    /** Refuses memory at each place of a call until it has none left: that allocation, or it and all after it. */
+    void RefuseEachPlace(const Call& call, bool hasLog = true)
+    {
+        for (int n = 2; n == 2 || g_IsReached; ++n) {
+            SCOPED_TRACE(call.text + ", place " + to_string(n / 2));
+            if (!hasLog)
+                EndLog();
+            int blocks = g_Blocks;
+            TarnexAuthHandle before = fresh;
+            try {
+                EXPECT_EQ(call.MakeAt(n / 2, n % 2 == 0 ? 1000 : 1), call.expected);
+            } catch (const std::bad_alloc&) {
+                g_Thread = 0;
+                EXPECT_EQ(fresh, before);
+            }
+            EXPECT_EQ(hasLog && g_IsReached ? g_Blocks.load() : blocks, blocks);
+        }
+    }
+
+    /** Holds a call at each of its places: meanwhile one waits and another does not, and all get their results. */
+    void HoldEachPlace(const Call& held, const Call& waiting, const Call& other, bool hasLog = true)
+    {
+        using namespace std::chrono_literals;
+        using enum std::future_status;
+        for (int n = 1; n == 1 || (g_IsReached && !HasFailure()); ++n) {
+            SCOPED_TRACE("while " + held.text + " is held at place " + to_string(n));
+            tarnexDeleteAuthHandle_3(&fresh);
+            tarnexCreateAuthHandle_3(&doomed);
+            setLevel.make();  // leaves a line to be flushed
+            if (!hasLog)
+                EndLog();
+            g_IsOver = g_MayGoOn = false;
+            auto first = std::async(std::launch::async, [&] { return held.MakeAt(n, 0); });
+            WaitFor(g_IsOver);
+            auto second = std::async(std::launch::async, waiting.make),
+                 third = std::async(std::launch::async, other.make);
+            EXPECT_EQ(third.wait_for(10s), ready) << other.text << " waits";
+            EXPECT_TRUE(!g_IsReached || second.wait_for(3ms) == timeout) << waiting.text << " does not";
+            g_MayGoOn = true;
+            EXPECT_EQ(first.get(), held.expected);
+            EXPECT_EQ(second.get(), waiting.expected) << waiting.text;
+            EXPECT_EQ(third.get(), other.expected) << other.text;
+        }
     }
 
     LogFolder folder;
-    AuthHandle handle;
+    AuthHandle object;
+    string key = string(200, 'k'), none = string(200, 'n'), value = string(90, 'v'), text;
+    TarnexAuthHandle doomed = nullptr, fresh = nullptr;
+
+    Calls onObject{{CALL(object.SetAuthParam(key, value))},
+                   {CALL(object.GetAuthParam(none, text)), TARNEX_E_PARAM_NOT_FOUND},
+                   {CALL(object.GetAuthParamInt(key, nullptr, nullptr, nullptr)), TARNEX_E_INVALID_ARGUMENT},
+                   {CALL(object.RemoveAuthParam(none)), TARNEX_E_PARAM_NOT_FOUND}};
+    Calls onHandles{{CALL(tarnexCreateAuthHandle_3(&fresh))},
+                    {CALL(tarnexDeleteAuthHandle_3(&doomed))},
+                    {CALL(tarnexSetAuthParams_3(&doomed, key.c_str(), value.c_str()))},
+                    {CALL(tarnexRemoveAuthParams_3(&doomed, none.c_str())), TARNEX_E_PARAM_NOT_FOUND}};
+    Call add{CALL(object.SetAuthParam(value, none))};
+    Call get{CALL(object.GetAuthParam(key, text))};
+    Call setLevel{CALL(tarnexSetLogLevel_3(TARNEX_LOG_DEBUG))};
+    Call badLevel{CALL(tarnexSetLogLevel_3(7)), TARNEX_E_INVALID_ARGUMENT};
+    Call setName{CALL(tarnexSetLogName_3("x"))};
+    Call flush{CALL(tarnexFlushLog_3())};
 };
 
 TEST_F(Store, GivesParametersBackAndIsLockedForGood)
 {
-    std::string text;
-    int number = 0;
-    SetLogLevel(TARNEX_LOG_TRACE);
-    EXPECT_EQ(handle.GetAuthParam("k", text), TARNEX_E_PARAM_NOT_FOUND);
-    EXPECT_EQ(handle.GetAuthParamInt("k", &number, nullptr, nullptr), TARNEX_E_PARAM_NOT_FOUND);
-    handle.SetAuthParam("k", "1");
-    EXPECT_EQ(handle.LockAuthParam(), TARNEX_OK);
-    EXPECT_EQ(handle.SetAuthParam("k", "2"), TARNEX_E_HANDLE_LOCKED);
-    EXPECT_EQ(handle.RemoveAuthParam("absent"), TARNEX_E_HANDLE_LOCKED);
-    EXPECT_EQ(handle.GetAuthParam("k", text), TARNEX_OK);
-    EXPECT_EQ(handle.GetAuthParamInt("k", &number, nullptr, nullptr), TARNEX_OK);
-    EXPECT_EQ(text, "1");
-    Flush();
-    ExpectLog(folder.Log(),
-              {"[O] Created Tarnex Logger level [trace]", "[T] GetAuthParam() called with key=[k]",
-               "[D] GetAuthParam() key=[k] was not found", "[T] GetAuthParamInt() called with key=[k]",
-               "[D] GetAuthParamInt() key=[k] was not found", "[T] SetAuthParam() called with key=[k], value=[1]",
-               "[D] SetAuthParam(): parameter key=[k] is set to value=[1]", "[T] LockAuthParam() called",
-               "[T] SetAuthParam() called with key=[k], value=[2]",
-               "[W] SetAuthParam() called while AuthHandle is locked", "[T] RemoveAuthParam() called with key=[absent]",
-               "[W] RemoveAuthParam() called while AuthHandle is locked", "[T] GetAuthParam() called with key=[k]",
-               "[T] GetAuthParamInt() called with key=[k]", "[T] Logger Flush() was called"});
-}
-
-TEST_F(Store, GivesIntegersWithinTheirBounds)
-{
+    for (const std::size_t size : {0, 1, 255, 256, 257, 100000}) {
+        const string bytes(size, '\xFF');
+        tarnexCreateAuthHandle_3(&fresh);
+        tarnexSetAuthParams_3(&fresh, bytes.c_str(), bytes.c_str());
+        reinterpret_cast<AuthHandle*>(fresh)->GetAuthParam(bytes, text = "before");
+        EXPECT_EQ(text, bytes) << size;
+    }
     const int one = 1, ten = 10;
     int number = 99;
-    const auto get = [&](const char* value) {
-        handle.SetAuthParam("n", value);
-        return handle.GetAuthParamInt("n", &number, &one, &ten);
+    const auto getInt = [&](const char* digits, const int* min, const int* max) {
+        object.SetAuthParam("n", digits);
+        return object.GetAuthParamInt("n", &number, min, max);
     };
+    EndLog();
     SetLogLevel(TARNEX_LOG_ERR);
-    for (const char* value : {"", "1 ", "0x10", "2147483648"})
-        EXPECT_EQ(get(value), TARNEX_E_INVALID_ARGUMENT) << value;
-    EXPECT_EQ(folder.Log().back(), "[E] GetAuthParamInt(): failed to convert parameter [2147483648] to integer");
-    EXPECT_EQ(get("0"), TARNEX_E_OUT_OF_RANGE);
-    EXPECT_EQ(folder.Log().back(), "[E] GetAuthParamInt(): [n] = [0] is out of range [>= [1]]");
-    EXPECT_EQ(get("11"), TARNEX_E_OUT_OF_RANGE);
-    EXPECT_EQ(folder.Log().back(), "[E] GetAuthParamInt(): [n] = [11] is out of range [<= [10]]");
+    for (const char* digits : {"", "1 ", "2147483648"})
+        EXPECT_EQ(getInt(digits, &one, &ten), TARNEX_E_INVALID_ARGUMENT) << digits;
+    EXPECT_EQ(getInt("0", &one, nullptr), TARNEX_E_OUT_OF_RANGE);
+    EXPECT_EQ(getInt("11", nullptr, &ten), TARNEX_E_OUT_OF_RANGE);
     EXPECT_EQ(number, 99);
-    for (const auto& [value, expected] : {std::pair{"1", 1}, {"10", 10}, {" \t\n+7", 7}}) {
-        EXPECT_EQ(get(value), TARNEX_OK) << value;
-        EXPECT_EQ(number, expected);
-    }
-}
-
-TEST_F(Store, IsSafeWithoutTheSessionsLock)
-{
-    RunThreads(4, [&](int number) {
-        for (int i = 0; i < 100000; ++i) {
-            std::string key = std::to_string((i + number) % 3), text;
-            handle.SetAuthParam(key, std::string(50, '1'));
-            handle.GetAuthParam(key, text);
-            handle.RemoveAuthParam(key);
-        }
-    });
+    EXPECT_EQ(getInt(" \t\n+1", &one, &ten), TARNEX_OK);
+    EXPECT_EQ(getInt("10", &one, &ten), TARNEX_OK);
+    EXPECT_EQ(number, 10);
+    EXPECT_EQ(folder.Look(), kCreated +
+                                 "[E] GetAuthParamInt(): failed to convert parameter [] to integer\n"
+                                 "[E] GetAuthParamInt(): failed to convert parameter [1 ] to integer\n"
+                                 "[E] GetAuthParamInt(): failed to convert parameter [2147483648] to integer\n"
+                                 "[E] GetAuthParamInt(): [n] = [0] is out of range [>= [1]]\n"
+                                 "[E] GetAuthParamInt(): [n] = [11] is out of range [<= [10]]\n");
+    EndLog();
+    SetLogLevel(TARNEX_LOG_TRACE);
+    EXPECT_EQ(object.GetAuthParam("k", text = "before"), TARNEX_E_PARAM_NOT_FOUND);
+    EXPECT_EQ(text, "before");
+    EXPECT_EQ(object.GetAuthParamInt("k", nullptr, nullptr, nullptr), TARNEX_E_PARAM_NOT_FOUND);
+    object.SetAuthParam("k", "1");
+    object.LockAuthParam();
+    EXPECT_EQ(object.SetAuthParam("k", "2"), TARNEX_E_HANDLE_LOCKED);
+    EXPECT_EQ(object.RemoveAuthParam("x"), TARNEX_E_HANDLE_LOCKED);
+    EXPECT_EQ(object.GetAuthParam("k", text), TARNEX_OK);
+    EXPECT_EQ(text, "1");
+    Flush();
+    EXPECT_EQ(folder.Look(),
+              kLog +
+                  "[O] Created Tarnex Logger level [trace]\n"
+                  "[T] GetAuthParam() called with key=[k]\n[D] GetAuthParam() key=[k] was not found\n"
+                  "[T] GetAuthParamInt() called with key=[k]\n[D] GetAuthParamInt() key=[k] was not found\n"
+                  "[T] SetAuthParam() called with key=[k], value=[1]\n"
+                  "[D] SetAuthParam(): parameter key=[k] is set to value=[1]\n[T] LockAuthParam() called\n"
+                  "[T] SetAuthParam() called with key=[k], value=[2]\n"
+                  "[W] SetAuthParam() called while AuthHandle is locked\n[T] RemoveAuthParam() called with key=[x]\n"
+                  "[W] RemoveAuthParam() called while AuthHandle is locked\n[T] GetAuthParam() called with key=[k]\n"
+                  "[T] Logger Flush() was called\n");
 }
 
 #ifndef _DEBUG  // with iterator debugging, constructors that must not fail allocate
-TEST_F(Store, RaisesBadAllocWithoutMemoryAndIsAsBefore)
+TEST_F(Store, IsAsBeforeWhereverMemoryRunsOut)
 {
-    const std::string text(300, 'x');
-    TarnexAuthHandle first = nullptr, second = nullptr;
-    tarnexCreateAuthHandle_3(&first);
-    g_NoMemory = true;
-    EXPECT_THROW(tarnexCreateAuthHandle_3(&second), std::bad_alloc);
-    EXPECT_THROW(tarnexSetAuthParams_3(&first, "k", text.c_str()), std::bad_alloc);
-    RunRetention();  // ends without a word
-    g_NoMemory = false;
-    EXPECT_EQ(second, nullptr);
-    EXPECT_EQ(tarnexRemoveAuthParams_3(&first, "k"), TARNEX_E_PARAM_NOT_FOUND);
+    SetLogLevel(TARNEX_LOG_ERR);
+    object.SetAuthParam(key, string(50, '1'));
+    TarnexAuthHandle crowd[13] = {};  // with one more the registry needs room
+    for (TarnexAuthHandle& handle : crowd)
+        tarnexCreateAuthHandle_3(&handle);
+    for (const Call& call : {onHandles[0], add, onObject[0], get})
+        RefuseEachPlace(call);
+    SetLogLevel(TARNEX_LOG_TRACE);
+    for (const Call& call : onObject)
+        RefuseEachPlace(call);
+    RefuseEachPlace(setName, false);
+    RefuseEachPlace(badLevel, false);
 }
 #endif
+
+TEST_F(Store, MakesCallsWaitForThoseThatTheyWouldDisturbAndForNoOther)
+{
+    object.SetAuthParam(key, value);
+    for (int i = 1; i < 4; ++i) {
+        HoldEachPlace(onObject[0], onObject[i], onHandles[0]);
+        HoldEachPlace(onObject[i], onObject[0], onHandles[0]);
+        HoldEachPlace(onHandles[0], onHandles[i], get);
+        HoldEachPlace(onHandles[i], onHandles[0], get);
+    }
+    HoldEachPlace(badLevel, {setName.text, setName.make, TARNEX_E_LOG_FILE_EXISTS}, setLevel, false);
+    HoldEachPlace(setName, badLevel, setLevel, false);
+    ReplaceWriteFile([](auto... what) { return Pass(), ::WriteFile(what...); });
+    for (const Call& waiting : {flush, setLevel, onObject[2]})
+        HoldEachPlace(flush, waiting, onHandles[0]);
+    HoldEachPlace(onObject[1], {CALL(object.LockAuthParam())}, onHandles[0]);
+}
 
 }  // namespace
