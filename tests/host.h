@@ -120,7 +120,7 @@ inline void ReplaceWriteFile(decltype(WriteFile)* replacement)
 /** A host of the finished DLL, with these values in its environment. */
 struct Host : LogFolder, TarnexLoader
 {
-    Host(const char* level = "", const char* hours = "")
+    Host(const fs::path& level = "", const fs::path& hours = "")
     {
         SetEnv("TARNEX_LOG_LEVEL", level);
         SetEnv("TARNEX_LOG_CLEANUP", hours);

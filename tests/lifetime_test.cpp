@@ -22,7 +22,7 @@ int CountHeapBlocks()
 TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
 {
     int before = 0;
-    for (int round = -5; round < 30 && !HasFailure(); ++round) {
+    for (int round = -5; round < 30; ++round) {
         if (round == 0)
             before = CountHeapBlocks();
         Host host("D");
@@ -39,6 +39,7 @@ atomic<DWORD> g_Thread{0};
 atomic<bool> g_IsHeld, g_IsExiting;
 string g_Place;
 int g_Released = 0;
+TarnexAuthHandle g_Second = nullptr;
 
 /** Holds the thread here if this is its place. It is not inside the system then, where Wine's exit may stand still. */
 void Pass(const char* place)
@@ -76,6 +77,7 @@ void ExitAt(const Moment& moment)
     });
     ::AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS*) { return Pass("reading"), LONG{0}; });
     host.tarnexCreateAuthHandle_3(&host.handle);
+    host.tarnexCreateAuthHandle_3(&g_Second);
     if (moment.hasLog)
         host.tarnexSetAuthParams_3(&host.handle, "k", "v");
     g_Place = moment.place;
@@ -92,11 +94,10 @@ void ExitAt(const Moment& moment)
 TEST(Exit, SaysNothingAndLeavesEachFinishedLineOnceWhereverItEndsAThread)
 {
     const Moment moments[] = {
-        {"nowhere", CALL(tarnexFlushLog_3()), kDebug + kSet + kLeftBehind},
-        {"nowhere, without a log", CALL(tarnexFlushLog_3()), kDebug + kLeftBehind, false},
+        {"nowhere", CALL(tarnexDeleteAuthHandle_3(&g_Second)), kDebug + kSet + kLeftBehind},
+        {"nowhere, without a log", CALL(tarnexDeleteAuthHandle_3(&g_Second)), kDebug + kLeftBehind, false},
         {"reading", CALL(tarnexDeleteAuthHandle_3(reinterpret_cast<TarnexAuthHandle*>(std::uintptr_t{16}))),
          kDebug + kSet},
-        {"creating", CALL(DeleteNull()), "", false},
         {"creating", CALL(tarnexSetLogLevel_3(7)), "", false},
         {"before writing", CALL(DeleteNull()), kDebug},
         {"after writing", CALL(DeleteNull()), kDebug + kSet + kNoHandle},
