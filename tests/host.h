@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -88,7 +87,7 @@ struct LogFolder
         files.erase("Tarnex-ID.tmp");  // while the clean-up looks for the folder
         string all;
         for (const auto& [name, lines] : files)
-            all += name + "\n" + lines;
+            all.append(name).append("\n" + lines);
         return all;
     }
 

@@ -12,15 +12,16 @@ const string kMalformed =
 
 TEST(Log, BeginsWithTheFirstMessageAtTheLevelOfTheEnvironment)
 {
+    const string created = kLog + "[O] Created Tarnex Logger level [";
     const std::pair<string, string> cases[] = {
-        {"TRACE", "trace"}, {"Debug", "debug"}, {"I", "info"},     {string(300, 'W'), "warning"},
-        {"C", "critical"},  {"OFF", "off"},     {"debug", "error"}};
+        {"TRACE", "trace]\n"}, {"Debug", "debug]\n"}, {"I", "info]\n"},     {string(300, 'W'), "warning]\n"},
+        {"OFF", "off]\n"},     {"C", "critical]\n"},  {"debug", "error]\n"}};
     for (const auto& [value, level] : cases) {
         Host host(value);
         host.tarnexCreateAuthHandle_3(&host.handle);
         EXPECT_EQ(host.Look(), "");
         host.tarnexSetLogLevel_3(7);  // filtered out by most levels
-        EXPECT_EQ(host.Look(), kLog + "[O] Created Tarnex Logger level [" + level + "]\n") << value;
+        EXPECT_EQ(host.Look(), created + level);
     }
 }
 
