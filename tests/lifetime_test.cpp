@@ -34,7 +34,6 @@ TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
     EXPECT_LT(CountHeapBlocks(), before + 15);  // not one for each load, but what the system keeps for a while
 }
 
-// Where exit finds a thread of the library.
 atomic<DWORD> g_Thread{0};
 atomic<bool> g_IsHeld, g_IsExiting;
 string g_Place;
@@ -88,7 +87,7 @@ void ExitAt(const Moment& moment)
     }).detach();
     WaitFor(g_IsHeld);
     g_IsExiting = true;
-    ::ExitProcess(0);
+    ::ExitProcess(0);  // systems differ in the code that this leaves when a thread is inside the C runtime
 }
 
 TEST(Exit, SaysNothingAndLeavesEachFinishedLineOnceWhereverItEndsAThread)
@@ -106,7 +105,6 @@ TEST(Exit, SaysNothingAndLeavesEachFinishedLineOnceWhereverItEndsAThread)
     };
     for (const Moment& moment : moments) {
         LogFolder folder;
-        // Systems differ in the code when a thread was inside the C runtime.
         EXPECT_EXIT(
             ExitAt(moment), [](int) { return true; }, testing::Eq(""))
             << moment.place;

@@ -129,7 +129,6 @@ TEST(Faults, OfFoldersAndTheSystemCostNoResultAndNoMoreThanTheyMust)
         {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, 0), all},
         {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_DISK_FULL, 0), once},
         {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, 1), none},
-        {REFUSE(GetModuleHandleExW, FALSE, 0, 0), none + all},
         {REFUSE(CreateThread, nullptr, 0, 0), none + all},
         {REFUSE(FindFirstFileW, INVALID_HANDLE_VALUE, 0, 0), "Tarnex-1.log\n" + all},
         {REFUSE(DeleteFileW, FALSE, ERROR_ACCESS_DENIED, 0), "Tarnex-1.log\n" + all},
