@@ -195,8 +195,8 @@ TARNEX_API TarnexResult tarnexSetLogLevel_3(uint32_t level);
  * Writes the log lines that are still buffered to the file. An err line also flushes everything before it. All other
  * lines wait, level changes included, except the first.
  *
- * Returns TARNEX_OK, or TARNEX_E_NO_LOGGER when there is no log: there has been no message yet, or the log could not
- * be created.
+ * Returns TARNEX_OK, also when the system cannot write the lines (on a full disk they are lost); or
+ * TARNEX_E_NO_LOGGER when there is no log: there has been no message yet, or the log could not be created.
  */
 TARNEX_API TarnexResult tarnexFlushLog_3(void);
 
