@@ -175,7 +175,7 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
     EXPECT_EQ(getInt("11", nullptr, &ten), TARNEX_E_OUT_OF_RANGE);
     EXPECT_EQ(number, 99);
     EXPECT_EQ(getInt(" \t\n+1", &one, &ten), TARNEX_OK);
-    EXPECT_EQ(getInt("10", &one, &ten), TARNEX_OK);
+    EXPECT_EQ(getInt("010", &one, &ten), TARNEX_OK);
     EXPECT_EQ(number, 10);
     EXPECT_EQ(folder.Look(), kCreated +
                                  "[E] GetAuthParamInt(): failed to convert parameter [] to integer\n"
@@ -205,7 +205,7 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
                   "[W] SetAuthParam() called while AuthHandle is locked\n[T] RemoveAuthParam() called with key=[x]\n"
                   "[W] RemoveAuthParam() called while AuthHandle is locked\n[T] GetAuthParam() called with key=[k]\n"
                   "[T] Logger Flush() was called\n");
-    for (const std::size_t size : {0, 1, 255, 256, 257, 100000}) {
+    for (const unsigned size : {0u, 1u, 255u, 256u, 257u, 100000u}) {
         const string bytes(size, '\xFF');
         tarnexCreateAuthHandle_3(&fresh);
         tarnexSetAuthParams_3(&fresh, bytes.c_str(), bytes.c_str());
@@ -238,7 +238,7 @@ TEST_F(Store, MakesCallsWaitForThoseThatTheyWouldDisturbAndForNoOther)
     HoldEachPlace(badLevel, {setName.text, setName.make, TARNEX_E_LOG_FILE_EXISTS}, setLevel, false);
     HoldEachPlace(setName, badLevel, setLevel, false);
     object.SetAuthParam(key, value);
-    for (int i = 1; i < 4; ++i) {
+    for (unsigned i = 1; i < 4; ++i) {
         HoldEachPlace(onObject[0], onObject[i], onHandles[0]);
         HoldEachPlace(onObject[i], onObject[0], onHandles[0]);
         HoldEachPlace(onHandles[0], onHandles[i], get);
