@@ -28,14 +28,12 @@ TEST(Log, TakesItsLevelFromTheHostAndHoldsLinesBelowErrUntilAFlush)
     host.tarnexSetLogLevel_3(TARNEX_LOG_ERR);
     host.tarnexSetLogLevel_3(7);
     host.tarnexSetLogLevel_3(TARNEX_LOG_WARN);
-    host.tarnexSetLogLevel_3(TARNEX_LOG_WARN);
     host.tarnexSetLogLevel_3(0xFFFFFFFF);
     EXPECT_EQ(host.Look(), kCreated);
     host.DeleteNull();
-    const string flushed = kCreated +
-                           "[O] Logger level was set to [warning]\n[O] Logger level was set to [warning]\n"
-                           "[W] SetLogLevel() was called whith invalid level [-1]\n" +
-                           kNoHandle;
+    const string flushed =
+        kCreated + "[O] Logger level was set to [warning]\n[W] SetLogLevel() was called whith invalid level [-1]\n" +
+        kNoHandle;
     host.tarnexSetLogLevel_3(TARNEX_LOG_OFF);
     host.DeleteNull();
     host.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);

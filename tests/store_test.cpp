@@ -74,7 +74,7 @@ struct Call
 };
 struct Running
 {
-    explicit Running(std::function<TarnexResult()> make) : thread([=, this] { result = make(), isDone = true; }) {}
+    explicit Running(const auto& make) : thread([=, this] { result = make(), isDone = true; }) {}
     TarnexResult End() { return thread.join(), result; }
 
     TarnexResult result = TARNEX_OK;
