@@ -62,7 +62,7 @@ exit_busy() {
         tr -d '\r' <"$(echo "$folder"/*)" >build/soak-log.txt
         if ! grep -q ' 0 with another result' build/soak.txt ||
             [ "$(grep -n 'Created' build/soak-log.txt | cut -c1-2 | tr -d '\n')" != 1: ] ||
-            sed '$d' build/soak-log.txt | grep -qvE '^[0-9]{4}-[0-9-]{5} [0-9:]{8}[.][0-9]{3} [[][A-Z][]] [A-Z]'; then
+            sed '$d' build/soak-log.txt | grep -qvE '^[0-9]{4}-[0-9-]{5} [0-9:]{8}[.][0-9]{3} [[][A-Z][]] [A-Z~]'; then
             failures=$((failures + 1))
             cat build/soak.txt build/soak-log.txt >>build/soak.log
         fi
