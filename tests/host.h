@@ -29,10 +29,10 @@ inline void SetEnv(const fs::path& name, const fs::path& value)
     ::_wputenv((name.wstring() + L"=" + value.wstring()).c_str());
 }
 
-/** Polls until the flag is set, for so many milliseconds at most; false when it is not. */
-inline bool WaitFor(const atomic<bool>& flag, int milliseconds = 10000)
+/** Polls until the flag is set, for ten seconds at most; false when it is not. */
+inline bool WaitFor(const atomic<bool>& flag)
 {
-    for (; milliseconds > 0 && !flag; --milliseconds)
+    for (int milliseconds = 10000; milliseconds > 0 && !flag; --milliseconds)
         ::Sleep(1);
     return flag;
 }
@@ -61,15 +61,13 @@ struct LogFolder
         fs::create_directories(path);
     }
 
-    /** Makes a file that was last written `minutesAgo`. */
     void AddFile(const string& name, int minutesAgo) const
     {
         std::ofstream(path / name).close();
         fs::last_write_time(path / name, fs::file_time_type::clock::now() - std::chrono::minutes(minutesAgo));
     }
 
-    /** Its files and folders, sorted: their names with ID for the process id, their lines without the time or "torn".
-     */
+    /** Its files and folders, sorted: names with ID for the process id, lines without the time or "torn". */
     string Look() const
     {
         std::map<string, string> files;
@@ -91,7 +89,8 @@ struct LogFolder
         return all;
     }
 
-    fs::path path = fs::temp_directory_path() / ("tarnex-" + to_string(::GetCurrentProcessId()));
+    // Its name is in no code page but that of UTF-8.
+    fs::path path = fs::temp_directory_path() / (L"tarnex-\x905E\x05D0" + std::to_wstring(::GetCurrentProcessId()));
 };
 
 /** Has a module call something else in place of a function that it imports. */

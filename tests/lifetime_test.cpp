@@ -22,18 +22,27 @@ int CountHeapBlocks()
 
 TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
 {
-    const string expected = kDebug + kHours + kLeftBehind;
     int before = 0;
-    for (int round = -5; round < 30; ++round) {
+    for (int round = -5; round < 45; ++round) {
         if (round == 0)
             before = CountHeapBlocks();
         Host host("D", "48h");
         host.AddFile("Tarnex-1.log", 1445);
         host.tarnexCreateAuthHandle_3(&host.handle);
         host.Unload();
-        EXPECT_EQ(host.Look(), expected);
+        EXPECT_EQ(host.Look(), kDebug + kHours + kLeftBehind);
     }
-    EXPECT_LT(CountHeapBlocks(), before + 15);  // not one for each load, but what the system keeps for a while
+    {
+        Host host;
+        host.tarnexSetLogName_3("x");
+        const fs::path path = *fs::directory_iterator(host.path);
+        fs::remove(path);
+        fs::create_directory(path);
+        for (TarnexAuthHandle& handle : vector<TarnexAuthHandle>(50))
+            host.tarnexCreateAuthHandle_3(&handle);
+    }
+    // Not one for each load or handle, but what the system keeps for a while, and MinGW of a load that throws.
+    EXPECT_LT(CountHeapBlocks(), before + 40);
 }
 
 atomic<DWORD> g_Thread{0};

@@ -1,6 +1,4 @@
 // The log: where and when it begins, its name, its lines, its level, and the clean-up of old ones.
-#include <functional>
-
 #include "host.h"
 // After <windows.h>, which the shell's header needs.
 #include <shlobj.h>
@@ -27,21 +25,20 @@ TEST(Log, TakesItsLevelFromTheHostAndHoldsLinesBelowErrUntilAFlush)
     Host host("T");
     host.tarnexSetLogLevel_3(TARNEX_LOG_ERR);
     host.tarnexSetLogLevel_3(7);
-    host.tarnexSetLogLevel_3(TARNEX_LOG_WARN);
-    host.tarnexSetLogLevel_3(0xFFFFFFFF);
+    host.tarnexSetLogLevel_3(TARNEX_LOG_ERR);
     EXPECT_EQ(host.Look(), kCreated);
     host.DeleteNull();
-    const string flushed =
-        kCreated + "[O] Logger level was set to [warning]\n[W] SetLogLevel() was called whith invalid level [-1]\n" +
-        kNoHandle;
+    const string flushed = kCreated + "[O] Logger level was set to [error]\n" + kNoHandle;
     host.tarnexSetLogLevel_3(TARNEX_LOG_OFF);
     host.DeleteNull();
     host.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);
+    host.tarnexSetLogLevel_3(0xFFFFFFFF);
     EXPECT_EQ(host.Look(), flushed);
     host.tarnexFlushLog_3();
-    EXPECT_EQ(host.Look(), flushed +
-                               "[O] Logger level was set to [off]\n[O] Logger level was set to [trace]\n"
-                               "[T] Logger Flush() was called\n");
+    EXPECT_EQ(host.Look(),
+              flushed +
+                  "[O] Logger level was set to [off]\n[O] Logger level was set to [trace]\n"
+                  "[W] SetLogLevel() was called whith invalid level [-1]\n[T] Logger Flush() was called\n");
 }
 
 TEST(Log, TakesANameInUtf8FromTheHostUntilItBegins)
@@ -88,57 +85,52 @@ TEST(CleanUp, RunsInTheBackgroundAndKeepsTheDllLoaded)
 }
 
 fs::path g_AppData;
+atomic<int> g_Left;
 
-/** Has one call of a function of the system by the library fail, after this many that do not. */
-template <typename Result, typename... Args>
-void Refuse(const char* name, Result(WINAPI* function)(Args...), std::type_identity_t<Result> result, DWORD error,
-            int after)
-{
-    static std::function<Result(Args...)> refuse;
-    refuse = [=](Args... args) mutable {
-        if (after-- != 0)
-            return function(args...);
-        ::SetLastError(error);
-        return result;
-    };
-    Replace<Result(Args...)>(name, [](Args... args) { return refuse(args...); });
-}
-#define REFUSE(function, ...) #function, [] { Refuse(#function, ::function, __VA_ARGS__); }
+/** Has one call of a function of the system by the library fail, after g_Left that do not. */
+#define REFUSE(call, result, error)                                                                                  \
+    [] {                                                                                                             \
+        REPLACE(call, [](auto... how) { return g_Left-- == 0 ? (::SetLastError(error), result) : ::call(how...); }); \
+    },                                                                                                               \
+        #call
 
 TEST(Faults, OfFoldersAndTheSystemCostNoResultAndNoMoreThanTheyMust)
 {
-    const string all = kCreated + kNoHandle + kNoHandle, none = "Tarnex-1.log\nTarnex-1.tmp\n",
+    const string all = kCreated + kNoHandle + kNoHandle, none = "Tarnex-1.log\nTarnex-2.log\n",
                  once = "Logs\n" + all + "Velmora\n", elsewhere = "Logs\n" + none + all + "Velmora\n";
     const struct
     {
-        const char* refused;
         void (*refuse)();
+        const char* refused;
         string files, folder = "";  // below the one that the test has made
+        int after = 0;
     } cases[] = {
-        {"nothing", [] {}, all},
-        {"with a backslash", [] {}, all, "\\"},
-        {"a drive", [] {}, elsewhere, "C:"},
-        {"a missing folder", [] {}, elsewhere, "\\missing"},
-        {REFUSE(CreateDirectoryW, FALSE, ERROR_ACCESS_DENIED, 0), none, "\\missing"},
-        {REFUSE(GetFileAttributesW, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY, 0, 0), once},
-        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_FILE_EXISTS, 0), all},
-        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, 0), all},
-        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_DISK_FULL, 0), once},
-        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, 1), none},
-        {REFUSE(CreateThread, nullptr, 0, 0), none + all},
-        {REFUSE(FindFirstFileW, INVALID_HANDLE_VALUE, 0, 0), "Tarnex-1.log\n" + all},
-        {REFUSE(DeleteFileW, FALSE, ERROR_ACCESS_DENIED, 0), "Tarnex-1.log\n" + all},
+        {[] {}, "with a backslash", all, "\\"},
+        {[] {}, "a drive", elsewhere, "C:"},
+        {[] {}, "a missing folder", elsewhere, "\\missing"},
+        {REFUSE(CreateDirectoryW, FALSE, ERROR_ACCESS_DENIED), none, "\\missing"},
+        {REFUSE(SHGetSpecialFolderPathW, FALSE, 0), none, "\\missing"},
+        {REFUSE(GetModuleHandleExW, FALSE, 0), none + all},
+        {REFUSE(GetFileAttributesW, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY, 0), once},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_FILE_EXISTS), all},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED), all},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_DISK_FULL), once},
+        {REFUSE(CreateFileW, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED), none, "", 1},
+        {REFUSE(CreateThread, nullptr, 0), none + all},
+        {REFUSE(FindFirstFileW, INVALID_HANDLE_VALUE, 0), none + all},
+        {REFUSE(DeleteFileW, FALSE, ERROR_ACCESS_DENIED), "Tarnex-1.log\n" + all},
     };
-    for (const auto& [refused, refuse, files, folder] : cases) {
+    for (const auto& [refuse, refused, files, folder, after] : cases) {
         Host host;
         SCOPED_TRACE(refused);
         SetEnv("TARNEX_LOG_DIR", folder == "C:" ? L"C:" : host.path.wstring() + fs::path(folder).wstring());
         g_AppData = host.path;
+        g_Left = after;
+        refuse();
         REPLACE(SHGetSpecialFolderPathW,
                 [](HWND, LPWSTR path, int, BOOL) -> BOOL { return g_AppData.native().copy(path, MAX_PATH) == 0; });
-        for (const char* old : {"Tarnex-1.log", "Tarnex-1.tmp"})
+        for (const char* old : {"Tarnex-1.log", "Tarnex-2.log"})
             host.AddFile(old, 100000);
-        refuse();
         EXPECT_EQ(host.DeleteNull(), host.DeleteNull());
         EXPECT_EQ(host.tarnexFlushLog_3(), files == none ? TARNEX_E_NO_LOGGER : TARNEX_OK);
         EXPECT_TRUE(host.Unload());
@@ -151,10 +143,11 @@ TEST(Faults, AFileThatCannotBeOpenedThrowsAndIsTriedAgainWithTheEnvironmentOfThe
     Host host("D");
     host.tarnexSetLogName_3("x");
     EXPECT_THROW(host.tarnexSetLogName_3("\xFF"), std::range_error);
-    const fs::path path = fs::directory_iterator(host.path)->path();
-    HANDLE held = ::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const fs::path path = *fs::directory_iterator(host.path);
+    fs::remove(path);
+    fs::create_directory(path);
     EXPECT_THROW(host.DeleteNull(), std::exception);
-    ::CloseHandle(held);
+    fs::remove(path);
     std::ofstream(path) << "is kept\n";
     SetEnv("TARNEX_LOG_LEVEL", "I");
     EXPECT_EQ(host.DeleteNull(), TARNEX_E_HANDLE_NOT_FOUND);
@@ -166,23 +159,22 @@ TEST(Demo, GetsEachResultThatItExpectsAndLogsEachCall)
     LogFolder folder;
     EXPECT_EQ(std::system("demo.exe"), 0);
     EXPECT_EQ(std::regex_replace(folder.Look(), std::regex("0x[1-9a-f][0-9a-f]+"), "ALICE"),
-              "Tarnex-demo-ID.log\n"
-              "[O] Created Tarnex Logger level [trace]\n[T] SetAuthParam() called with key=[user], value=[alice]\n"
+              "Tarnex-demo-ID.log\n[O] Created Tarnex Logger level [trace]\n"
+              "[T] SetAuthParam() called with key=[user], value=[alice]\n"
               "[D] SetAuthParam(): parameter key=[user] is set to value=[alice]\n"
               "[T] SetAuthParam() called with key=[User], value=[case matters]\n"
               "[D] SetAuthParam(): parameter key=[User] is set to value=[case matters]\n"
               "[T] SetAuthParam() called with key=[user], value=[alice@example.com]\n"
               "[D] SetAuthParam(): parameter key=[user] is set to value=[alice@example.com]\n"
               "[T] SetAuthParam() called with key=[], value=[]\n"
-              "[D] SetAuthParam(): parameter key=[] is set to value=[]\n"
-              "[T] RemoveAuthParam() called with key=[User]\n[I] RemoveAuthParam() parameter key=[User] was removed\n"
-              "[E] CreateAuthHandle() hAuth=[ALICE] was already created\n"
-              "[T] RemoveAuthParam() called with key=[User]\n[D] RemoveAuthParam() key=[User] was not found\n"
-              "[W] SetLogName() was called after log file was created\n"
-              "[W] SetLogLevel() was called whith invalid level [7]\n"
-              "[E] SetAuthParam() hAuth=[ALICE] was not found\n[E] RemoveAuthParam() hAuth=[ALICE] was not found\n"
-              "[E] CreateAuthHandle() hAuth=[ALICE] was not found\n[E] CreateAuthHandle() hAuth=[0x0] was not found\n"
-              "[T] Logger Flush() was called\n[T] Logger Flush() was called\n");
+              "[D] SetAuthParam(): parameter key=[] is set to value=[]\n[T] RemoveAuthParam() called with key=[User]\n"
+              "[I] RemoveAuthParam() parameter key=[User] was removed\n"
+              "[E] CreateAuthHandle() hAuth=[ALICE] was already created\n[T] RemoveAuthParam() called with key=[User]\n"
+              "[D] RemoveAuthParam() key=[User] was not found\n[W] SetLogName() was called after log file was created\n"
+              "[W] SetLogLevel() was called whith invalid level [7]\n[E] SetAuthParam() hAuth=[ALICE] was not found\n"
+              "[E] RemoveAuthParam() hAuth=[ALICE] was not found\n[E] CreateAuthHandle() hAuth=[ALICE] was not found\n"
+              "[E] CreateAuthHandle() hAuth=[0x0] was not found\n[T] Logger Flush() was called\n"
+              "[T] Logger Flush() was called\n");
 }
 
 }  // namespace

@@ -1,15 +1,19 @@
 // The library from inside: what no export reaches, and each place at which a call may run out of memory or be held.
 #include <functional>
+#include <future>
 
 #include "host.h"
 #include "logging/Controls.h"
 #include "logging/Logger.h"
 #include "session/AuthHandle.h"
 
+using namespace std::chrono_literals;
+
 namespace {
 
-// One thread's places, where it allocates, releases or writes: from one on so many allocations fail, or at 0 it is
-// held.
+constexpr auto kReady = std::future_status::ready;
+
+// One thread's places, where it allocates, releases or writes: from one on, so many allocations fail; 0 holds it.
 atomic<DWORD> g_Thread{0};
 atomic<bool> g_IsReached, g_IsOver, g_MayGoOn;
 atomic<int> g_Blocks{0}, g_Refused{0};
@@ -27,31 +31,6 @@ bool Pass()
     }
     return g_PlacesLeft <= 0 && -g_PlacesLeft < g_Refused;
 }
-
-}  // namespace
-
-void* operator new(std::size_t size)
-{
-    void* const block = Pass() ? nullptr : std::malloc(size);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    ++g_Blocks;
-    return block;
-}
-
-void operator delete(void* block) noexcept
-{
-    if (block != nullptr && --g_Blocks >= 0 && g_Refused == 0)
-        Pass();
-    std::free(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept
-{
-    operator delete(block);
-}
-
-namespace {
 
 struct Call
 {
@@ -72,15 +51,9 @@ struct Call
         return result;
     }
 };
-struct Running
-{
-    explicit Running(const auto& make) : thread([=, this] { result = make(), isDone = true; }) {}
-    TarnexResult End() { return thread.join(), result; }
 
-    TarnexResult result = TARNEX_OK;
-    atomic<bool> isDone{false};
-    std::thread thread;
-};
+const auto Start = [](const auto& make) { return std::async(std::launch::async, make); };
+
 #define CALL(expression) #expression, [&] { return expression; }
 
 /** A handle object, two handles, calls on them, and a log that can begin again. Messages allocate: they are long. */
@@ -94,6 +67,7 @@ struct Store : testing::Test
         *g_Logger = nullptr;
         g_ReadyLogger = nullptr;
         g_LogFilePath->clear();
+        g_LogLevel = -1;
         folder.Clear();
     }
 
@@ -120,39 +94,42 @@ struct Store : testing::Test
     void HoldEachPlace(const Call& held, const Call& waiting, const Call& other, bool hasLog = true)
     {
         for (int n = 1; n == 1 || (g_IsReached && !HasFailure()); ++n) {
-            SCOPED_TRACE(waiting.text + " waits and " + other.text + " does not: place " + to_string(n) + " of " +
-                         held.text);
+            SCOPED_TRACE("place " + to_string(n) + " of " + held.text);
             tarnexDeleteAuthHandle_3(&fresh);
             tarnexCreateAuthHandle_3(&doomed);
             setLevel.make();  // leaves a line to be flushed
             if (!hasLog)
                 EndLog();
             g_IsOver = g_MayGoOn = false;
-            Running first([&] { return held.MakeAt(n, 0); });
+            auto first = Start([&] { return held.MakeAt(n, 0); });
             WaitFor(g_IsOver);
-            Running second(waiting.make), third(other.make);
-            EXPECT_TRUE(WaitFor(third.isDone));
-            EXPECT_FALSE(g_IsReached && WaitFor(second.isDone, 3));
+            auto second = Start(waiting.make), third = Start(other.make);
+            EXPECT_EQ(third.wait_for(10s), kReady) << other.text;
+            EXPECT_FALSE(g_IsReached && second.wait_for(3ms) == kReady) << waiting.text;
             g_MayGoOn = true;
-            EXPECT_EQ(first.End(), held.expected);
-            EXPECT_EQ(second.End(), waiting.expected);
-            EXPECT_EQ(third.End(), other.expected);
+            EXPECT_EQ(first.get(), held.expected) << held.text;
+            EXPECT_EQ(second.get(), waiting.expected) << waiting.text;
+            EXPECT_EQ(third.get(), other.expected) << other.text;
+            if (!hasLog) {
+                flush.make();
+                EXPECT_NE(folder.Look().find("[debug]\n"), string::npos) << folder.Look();
+            }
         }
     }
 
     LogFolder folder;
     AuthHandle object;
     string key = string(200, 'k'), none = string(200, 'n'), value = string(90, 'v'), text;
-    TarnexAuthHandle doomed = nullptr, fresh = nullptr;
+    TarnexAuthHandle doomed = nullptr, fresh = nullptr, *target = &doomed;
 
     vector<Call> onObject{{CALL(object.SetAuthParam(key, value))},
                           {CALL(object.GetAuthParam(none, text)), TARNEX_E_PARAM_NOT_FOUND},
                           {CALL(object.GetAuthParamInt(key, nullptr, nullptr, nullptr)), TARNEX_E_INVALID_ARGUMENT},
                           {CALL(object.RemoveAuthParam(none)), TARNEX_E_PARAM_NOT_FOUND}};
     vector<Call> onHandles{{CALL(tarnexCreateAuthHandle_3(&fresh))},
-                           {CALL(tarnexDeleteAuthHandle_3(&doomed))},
-                           {CALL(tarnexSetAuthParams_3(&doomed, key.c_str(), value.c_str()))},
-                           {CALL(tarnexRemoveAuthParams_3(&doomed, none.c_str())), TARNEX_E_PARAM_NOT_FOUND}};
+                           {CALL(tarnexDeleteAuthHandle_3(target))},
+                           {CALL(tarnexSetAuthParams_3(target, key.c_str(), value.c_str()))},
+                           {CALL(tarnexRemoveAuthParams_3(target, none.c_str())), TARNEX_E_PARAM_NOT_FOUND}};
     Call add{CALL(object.SetAuthParam(value, none))};
     Call get{CALL(object.GetAuthParam(key, text))};
     Call setLevel{CALL(tarnexSetLogLevel_3(TARNEX_LOG_DEBUG))};
@@ -196,10 +173,9 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
     Flush();
     EXPECT_EQ(folder.Look(),
               kLog +
-                  "[O] Created Tarnex Logger level [trace]\n"
-                  "[T] GetAuthParam() called with key=[k]\n[D] GetAuthParam() key=[k] was not found\n"
-                  "[T] GetAuthParamInt() called with key=[k]\n[D] GetAuthParamInt() key=[k] was not found\n"
-                  "[T] SetAuthParam() called with key=[k], value=[1]\n"
+                  "[O] Created Tarnex Logger level [trace]\n[T] GetAuthParam() called with key=[k]\n"
+                  "[D] GetAuthParam() key=[k] was not found\n[T] GetAuthParamInt() called with key=[k]\n"
+                  "[D] GetAuthParamInt() key=[k] was not found\n[T] SetAuthParam() called with key=[k], value=[1]\n"
                   "[D] SetAuthParam(): parameter key=[k] is set to value=[1]\n[T] LockAuthParam() called\n"
                   "[T] SetAuthParam() called with key=[k], value=[2]\n"
                   "[W] SetAuthParam() called while AuthHandle is locked\n[T] RemoveAuthParam() called with key=[x]\n"
@@ -241,13 +217,36 @@ TEST_F(Store, MakesCallsWaitForThoseThatTheyWouldDisturbAndForNoOther)
     for (unsigned i = 1; i < 4; ++i) {
         HoldEachPlace(onObject[0], onObject[i], onHandles[0]);
         HoldEachPlace(onObject[i], onObject[0], onHandles[0]);
+        target = &fresh;
         HoldEachPlace(onHandles[0], onHandles[i], get);
+        target = &doomed;
         HoldEachPlace(onHandles[i], onHandles[0], get);
     }
-    HoldEachPlace(onHandles[0], {onHandles[0].text, onHandles[0].make, TARNEX_E_HANDLE_EXISTS}, get);
+    HoldEachPlace(onHandles[0], {CALL(tarnexCreateAuthHandle_3(&fresh)), TARNEX_E_HANDLE_EXISTS}, get);
     for (const Call& waiting : {flush, setLevel, onObject[2]})
         HoldEachPlace(flush, waiting, onHandles[0]);
     HoldEachPlace(onObject[1], {CALL(object.LockAuthParam())}, onHandles[0]);
 }
 
 }  // namespace
+
+void* operator new(std::size_t size)
+{
+    void* const block = Pass() ? nullptr : std::malloc(size);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    ++g_Blocks;
+    return block;
+}
+
+void operator delete(void* block) noexcept
+{
+    if (block != nullptr && --g_Blocks >= 0 && g_Refused == 0)
+        Pass();
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept
+{
+    operator delete(block);
+}
