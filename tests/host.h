@@ -29,10 +29,10 @@ inline void SetEnv(const fs::path& name, const fs::path& value)
     ::_wputenv((name.wstring() + L"=" + value.wstring()).c_str());
 }
 
-/** Polls until the flag is set, for ten seconds at most; false when it is not. */
-inline bool WaitFor(const atomic<bool>& flag)
+/** Polls until the flag is set, for so many milliseconds at most; false when it is not. */
+inline bool WaitFor(const atomic<bool>& flag, int milliseconds = 10000)
 {
-    for (int milliseconds = 10000; milliseconds > 0 && !flag; --milliseconds)
+    for (; milliseconds > 0 && !flag; --milliseconds)
         ::Sleep(1);
     return flag;
 }

@@ -32,15 +32,13 @@ TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
         host.Unload();
         EXPECT_EQ(host.Look(), kDebug + kHours + kLeftBehind);
     }
-    {
-        Host host;
-        host.tarnexSetLogName_3("x");
-        const fs::path path = *fs::directory_iterator(host.path);
-        fs::remove(path);
-        fs::create_directory(path);
-        for (TarnexAuthHandle& handle : vector<TarnexAuthHandle>(50))
-            host.tarnexCreateAuthHandle_3(&handle);
-    }
+    Host host;
+    host.tarnexSetLogName_3("x");
+    const fs::path path = *fs::directory_iterator(host.path);
+    fs::remove(path), fs::create_directory(path);
+    for (TarnexAuthHandle& handle : vector<TarnexAuthHandle>(50))
+        host.tarnexCreateAuthHandle_3(&handle);
+    host.Unload();
     // Not one for each load or handle, but what the system keeps for a while, and MinGW of a load that throws.
     EXPECT_LT(CountHeapBlocks(), before + 40);
 }

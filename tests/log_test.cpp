@@ -56,8 +56,8 @@ TEST(Log, TakesANameInUtf8FromTheHostUntilItBegins)
 
 TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
 {
-    const std::pair<const char*, int> cases[] = {
-        {"", 1440}, {" 48", 2880}, {"0", 0}, {"1193047", 31}};  // wraps at 32 bits
+    // The last one wraps at 32 bits.
+    const std::pair<const char*, int> cases[] = {{"", 1440}, {" 48", 2880}, {"0", 0}, {"1193047", 31}};
     for (const auto& [value, minutes] : cases) {
         Host host("", value);
         SetEnv("TARNEX_LOG_DIR", L"\\\\?\\" + host.path.wstring());
@@ -144,8 +144,7 @@ TEST(Faults, AFileThatCannotBeOpenedThrowsAndIsTriedAgainWithTheEnvironmentOfThe
     host.tarnexSetLogName_3("x");
     EXPECT_THROW(host.tarnexSetLogName_3("\xFF"), std::range_error);
     const fs::path path = *fs::directory_iterator(host.path);
-    fs::remove(path);
-    fs::create_directory(path);
+    fs::remove(path), fs::create_directory(path);
     EXPECT_THROW(host.DeleteNull(), std::exception);
     fs::remove(path);
     std::ofstream(path) << "is kept\n";
