@@ -84,9 +84,9 @@ int main(void)
         "value\n");
     copyOfAlice = alice;
     SHOW(tarnexDeleteAuthHandle_3(&alice), TARNEX_OK);
+    SHOW(tarnexDeleteAuthHandle_3(&copyOfAlice), TARNEX_E_HANDLE_NOT_FOUND);
     SHOW(tarnexSetAuthParams_3(&copyOfAlice, "user", "mallory"), TARNEX_E_HANDLE_NOT_FOUND);
     SHOW(tarnexRemoveAuthParams_3(&copyOfAlice, "user"), TARNEX_E_HANDLE_NOT_FOUND);
-    SHOW(tarnexDeleteAuthHandle_3(&copyOfAlice), TARNEX_E_HANDLE_NOT_FOUND);
     SHOW(tarnexDeleteAuthHandle_3(&alice), TARNEX_E_HANDLE_NOT_FOUND);
     SHOW(tarnexCreateAuthHandle_3(&copyOfAlice), TARNEX_OK);
     SHOW(tarnexDeleteAuthHandle_3(&copyOfAlice), TARNEX_OK);

@@ -170,10 +170,10 @@ TEST(Demo, GetsEachResultThatItExpectsAndLogsEachCall)
               "[I] RemoveAuthParam() parameter key=[User] was removed\n"
               "[E] CreateAuthHandle() hAuth=[ALICE] was already created\n[T] RemoveAuthParam() called with key=[User]\n"
               "[D] RemoveAuthParam() key=[User] was not found\n[W] SetLogName() was called after log file was created\n"
-              "[W] SetLogLevel() was called whith invalid level [7]\n[E] SetAuthParam() hAuth=[ALICE] was not found\n"
-              "[E] RemoveAuthParam() hAuth=[ALICE] was not found\n[E] CreateAuthHandle() hAuth=[ALICE] was not found\n"
-              "[E] CreateAuthHandle() hAuth=[0x0] was not found\n[T] Logger Flush() was called\n"
-              "[T] Logger Flush() was called\n");
+              "[W] SetLogLevel() was called whith invalid level [7]\n"
+              "[E] CreateAuthHandle() hAuth=[ALICE] was not found\n[E] SetAuthParam() hAuth=[ALICE] was not found\n"
+              "[E] RemoveAuthParam() hAuth=[ALICE] was not found\n[E] CreateAuthHandle() hAuth=[0x0] was not found\n"
+              "[T] Logger Flush() was called\n[T] Logger Flush() was called\n");
 }
 
 }  // namespace
