@@ -18,7 +18,7 @@
 #include <vector>
 
 namespace fs = std::filesystem;
-using std::atomic, std::string, std::to_string, std::vector;
+using std::atomic, std::regex, std::string, std::to_string, std::vector;
 
 const string kLog = "Tarnex-ID.log\n";
 const string kCreated = kLog + "[O] Created Tarnex Logger level [error]\n";
@@ -73,7 +73,7 @@ struct LogFolder
         std::map<string, string> files;
         for (const auto& entry : fs::recursive_directory_iterator(path)) {
             const auto name = entry.path().filename().u8string();
-            string& lines = files[std::regex_replace(string(name.begin(), name.end()), std::regex("-\\d\\d+"), "-ID")];
+            string& lines = files[std::regex_replace(string(name.begin(), name.end()), regex("-\\d\\d+"), "-ID")];
             std::ifstream file(entry.path(), std::ios::binary);
             for (string line; std::getline(file, line); lines += "\n") {
                 std::tm time{};

@@ -114,11 +114,11 @@ TEST(Exit, SaysNothingAndLeavesEachFinishedLineOnceWhereverItEndsAThread)
     };
     for (const Moment& moment : moments) {
         LogFolder folder;
+        SCOPED_TRACE(moment.place);
         EXPECT_EXIT(
-            ExitAt(moment), [](int) { return true; }, testing::Eq(""))
-            << moment.place;
+            ExitAt(moment), [](int) { return true; }, testing::Eq(""));
         const string left = testing::internal::InDeathTestChild() ? moment.log : folder.Look();
-        EXPECT_EQ(left, moment.log) << moment.place;
+        EXPECT_EQ(left, moment.log);
     }
 }
 

@@ -56,8 +56,7 @@ TEST(Log, TakesANameInUtf8FromTheHostUntilItBegins)
 
 TEST(CleanUp, DeletesTheLibrarysFilesThatAreOlderThanTheHoursAskedFor)
 {
-    // The last one wraps at 32 bits.
-    const std::pair<const char*, int> cases[] = {{"", 1440}, {" 48", 2880}, {"0", 0}, {"1193047", 31}};
+    const std::pair<string, int> cases[] = {{"", 1440}, {" 48", 2880}, {"0", 0}, {"1193047", 31}};  // the last wraps
     for (const auto& [value, minutes] : cases) {
         Host host("", value);
         SetEnv("TARNEX_LOG_DIR", L"\\\\?\\" + host.path.wstring());
@@ -157,7 +156,7 @@ TEST(Demo, GetsEachResultThatItExpectsAndLogsEachCall)
 {
     LogFolder folder;
     EXPECT_EQ(std::system("demo.exe"), 0);
-    EXPECT_EQ(std::regex_replace(folder.Look(), std::regex("0x[1-9a-f][0-9a-f]+"), "ALICE"),
+    EXPECT_EQ(std::regex_replace(folder.Look(), regex("0x[1-9a-f][0-9a-f]+"), "ALICE"),
               "Tarnex-demo-ID.log\n[O] Created Tarnex Logger level [trace]\n"
               "[T] SetAuthParam() called with key=[user], value=[alice]\n"
               "[D] SetAuthParam(): parameter key=[user] is set to value=[alice]\n"
