@@ -64,10 +64,10 @@ int main(void)
     printf("\nHandles and their parameters\n");
     SHOW(tarnexCreateAuthHandle_3(&alice), TARNEX_OK);
     SHOW(tarnexCreateAuthHandle_3(&bob), TARNEX_OK);
+    SHOW(tarnexSetAuthParams_3(&bob, "", ""), TARNEX_OK);
     SHOW(tarnexSetAuthParams_3(&alice, "user", "alice"), TARNEX_OK);
     SHOW(tarnexSetAuthParams_3(&alice, "User", "case matters"), TARNEX_OK);
     SHOW(tarnexSetAuthParams_3(&alice, "user", "alice@example.com"), TARNEX_OK);
-    SHOW(tarnexSetAuthParams_3(&bob, "", ""), TARNEX_OK);
     SHOW(tarnexRemoveAuthParams_3(&alice, "User"), TARNEX_OK);
 
     printf("\nRefusals, with their codes\n");

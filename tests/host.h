@@ -89,8 +89,9 @@ struct LogFolder
         return all;
     }
 
-    // Its name is in no code page but that of UTF-8.
-    fs::path path = fs::temp_directory_path() / (L"tarnex-\x905E\x05D0" + std::to_wstring(::GetCurrentProcessId()));
+    // Its name is in no code page but that of UTF-8, and not to be expanded.
+    fs::path path =
+        fs::temp_directory_path() / (L"tarnex-%OS%-\x905E\x05D0" + std::to_wstring(::GetCurrentProcessId()));
 };
 
 /** Has a module call something else in place of a function that it imports. */

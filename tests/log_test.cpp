@@ -158,15 +158,15 @@ TEST(Demo, GetsEachResultThatItExpectsAndLogsEachCall)
     EXPECT_EQ(std::system("demo.exe"), 0);
     EXPECT_EQ(std::regex_replace(folder.Look(), regex("0x[1-9a-f][0-9a-f]+"), "ALICE"),
               "Tarnex-demo-ID.log\n[O] Created Tarnex Logger level [trace]\n"
+              "[T] SetAuthParam() called with key=[], value=[]\n"
+              "[D] SetAuthParam(): parameter key=[] is set to value=[]\n"
               "[T] SetAuthParam() called with key=[user], value=[alice]\n"
               "[D] SetAuthParam(): parameter key=[user] is set to value=[alice]\n"
               "[T] SetAuthParam() called with key=[User], value=[case matters]\n"
               "[D] SetAuthParam(): parameter key=[User] is set to value=[case matters]\n"
               "[T] SetAuthParam() called with key=[user], value=[alice@example.com]\n"
               "[D] SetAuthParam(): parameter key=[user] is set to value=[alice@example.com]\n"
-              "[T] SetAuthParam() called with key=[], value=[]\n"
-              "[D] SetAuthParam(): parameter key=[] is set to value=[]\n[T] RemoveAuthParam() called with key=[User]\n"
-              "[I] RemoveAuthParam() parameter key=[User] was removed\n"
+              "[T] RemoveAuthParam() called with key=[User]\n[I] RemoveAuthParam() parameter key=[User] was removed\n"
               "[E] CreateAuthHandle() hAuth=[ALICE] was already created\n[T] RemoveAuthParam() called with key=[User]\n"
               "[D] RemoveAuthParam() key=[User] was not found\n[W] SetLogName() was called after log file was created\n"
               "[W] SetLogLevel() was called whith invalid level [7]\n"

@@ -124,7 +124,7 @@ struct Store : testing::Test
     LogFolder folder;
     AuthHandle object;
     string key = string(200, 'k'), none = string(200, 'n'), value = string(90, 'v'), text;
-    TarnexAuthHandle doomed = nullptr, fresh = nullptr, *target = &doomed;
+    TarnexAuthHandle doomed = nullptr, fresh = nullptr, *target = &fresh;
 
     vector<Call> onObject{{CALL(object.SetAuthParam(key, value))},
                           {CALL(object.GetAuthParam(none, text)), TARNEX_E_PARAM_NOT_FOUND},
@@ -202,7 +202,7 @@ TEST_F(Store, IsAsBeforeWhereverMemoryRunsOut)
     TarnexAuthHandle crowd[13] = {};  // with one more the registry needs room
     for (TarnexAuthHandle& handle : crowd)
         tarnexCreateAuthHandle_3(&handle);
-    for (const Call& call : {onHandles[0], add, onObject[0], get})
+    for (const Call& call : {onHandles[0], onHandles[1], add, onObject[0], get})
         RefuseEachPlace(call);
     SetLogLevel(TARNEX_LOG_TRACE);
     for (const Call& call : onObject)
@@ -223,7 +223,7 @@ TEST_F(Store, MakesCallsWaitForThoseThatTheyWouldDisturbAndForNoOther)
         HoldEachPlace(onObject[0], onObject[i], onHandles[0]);
         HoldEachPlace(onObject[i], onObject[0], onHandles[0]);
         target = &fresh;
-        HoldEachPlace(onHandles[0], onHandles[i], get);
+        HoldEachPlace(onHandles[0], onHandles[i], setLevel);
         target = &doomed;
         HoldEachPlace(onHandles[i], onHandles[0], get);
     }
