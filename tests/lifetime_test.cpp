@@ -28,7 +28,8 @@ TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
         before = round < 1 ? CountHeapBlocks() : before;
         Host host("D", "48h");
         host.AddFile("Tarnex-1.log", 1445);
-        host.tarnexCreateAuthHandle_3(&host.handle);
+        for (auto call : {host.tarnexCreateAuthHandle_3, host.tarnexDeleteAuthHandle_3, host.tarnexCreateAuthHandle_3})
+            call(&host.handle);
         host.Unload();
         EXPECT_EQ(host.Look(), expected);
     }
@@ -46,7 +47,7 @@ TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
 atomic<DWORD> g_Thread{0};
 atomic<bool> g_IsHeld, g_IsExiting;
 string g_Place;
-int g_Released = 0;
+int g_Released;
 TarnexAuthHandle g_Second = nullptr;
 
 /** Holds the thread here if this is its place. It is not inside the system then, where Wine's exit may stand still. */

@@ -59,7 +59,7 @@ struct Running
     int place = 0;
     TarnexResult result = TARNEX_OK;
     atomic<bool> isDone{false};
-    std::thread thread{[this] { result = place > 0 ? call.MakeAt(place, 0) : call.make(), isDone = true; }};
+    std::thread thread{[this] { result = place ? call.MakeAt(place, 0) : call.make(), isDone = true; }};
 };
 
 #define CALL(expression) #expression, [&] { return expression; }
@@ -103,8 +103,7 @@ struct Store : testing::Test
     {
         for (int n = 1; n == 1 || (g_IsReached && !HasFailure()); ++n) {
             SCOPED_TRACE("place " + to_string(n) + " of " + held.text);
-            tarnexDeleteAuthHandle_3(&fresh);
-            tarnexCreateAuthHandle_3(&doomed);
+            tarnexDeleteAuthHandle_3(&fresh), tarnexDeleteAuthHandle_3(&doomed), tarnexCreateAuthHandle_3(&doomed);
             setLevel.make();  // leaves a line to be flushed
             if (!hasLog)
                 EndLog();
@@ -132,7 +131,7 @@ struct Store : testing::Test
                           {CALL(object.RemoveAuthParam(none)), TARNEX_E_PARAM_NOT_FOUND}};
     vector<Call> onHandles{{CALL(tarnexCreateAuthHandle_3(&fresh))},
                            {CALL(tarnexDeleteAuthHandle_3(target))},
-                           {CALL(tarnexSetAuthParams_3(target, key.c_str(), value.c_str()))},
+                           {CALL(tarnexSetAuthParams_3(target, none.c_str(), value.c_str()))},
                            {CALL(tarnexRemoveAuthParams_3(target, none.c_str())), TARNEX_E_PARAM_NOT_FOUND}};
     Call add{CALL(object.SetAuthParam(value, none))};
     Call get{CALL(object.GetAuthParam(key, text))};
@@ -155,8 +154,7 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
     EXPECT_EQ(getInt("0", &one, nullptr), TARNEX_E_OUT_OF_RANGE);
     EXPECT_EQ(getInt("11", nullptr, &ten), TARNEX_E_OUT_OF_RANGE);
     EXPECT_EQ(number, 99);
-    EXPECT_EQ(getInt(" \t\n+1", &one, &ten), TARNEX_OK);
-    EXPECT_EQ(getInt("010", &one, &ten), TARNEX_OK);
+    EXPECT_EQ(getInt(" \t\n+010", &ten, &ten), TARNEX_OK);
     EXPECT_EQ(number, 10);
     EXPECT_EQ(folder.Look(), kCreated +
                                  "[E] GetAuthParamInt(): failed to convert parameter [] to integer\n"
