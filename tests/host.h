@@ -42,7 +42,7 @@ struct LogFolder
 {
     LogFolder()
     {
-        if (const wchar_t* const parents = ::_wgetenv(L"TARNEX_TEST_FOLDER"))
+        if (const wchar_t* parents = ::_wgetenv(L"TARNEX_TEST_FOLDER"))
             path = parents;
         Clear();
         SetEnv("TARNEX_TEST_FOLDER", path);
@@ -82,7 +82,8 @@ struct LogFolder
                 lines += isLine ? line.substr(24, line.size() - 25) : "torn: " + line;
             }
         }
-        files.erase("Tarnex-ID.tmp");  // while the clean-up looks for the folder
+        if (::GetModuleHandleW(L"Tarnex_3") != nullptr)
+            files.erase("Tarnex-ID.tmp");  // the clean-up may just look for the folder
         string all;
         for (const auto& [name, lines] : files)
             all.append(name).append("\n" + lines);
@@ -99,11 +100,11 @@ template <typename Function>
 void Replace(const char* name, Function* replacement, const wchar_t* module = L"Tarnex_3")
 {
     ULONG size = 0, before = 0;
-    auto* const table = static_cast<Function**>(
+    auto* table = static_cast<Function**>(
         ::ImageDirectoryEntryToData(::GetModuleHandleW(module), TRUE, IMAGE_DIRECTORY_ENTRY_IAT, &size));
     ::VirtualProtect(table, size, PAGE_READWRITE, &before);
     for (const wchar_t* exporter : {L"kernel32", L"kernelbase", L"shell32", L"msvcrt", L"ucrtbase"})
-        if (void* const found = reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(exporter), name)))
+        if (void* found = reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(exporter), name)))
             std::replace(table, table + size / sizeof found, reinterpret_cast<Function*>(found), replacement);
 }
 #define REPLACE(function, ...) Replace<decltype(function)>(#function, __VA_ARGS__)
