@@ -82,7 +82,7 @@ struct LogFolder
                 lines += isLine ? line.substr(24, line.size() - 25) : "torn: " + line;
             }
         }
-        if (::GetModuleHandleW(L"Tarnex_3") != nullptr)
+        if (::GetModuleHandleW(L"Tarnex_3"))
             files.erase("Tarnex-ID.tmp");  // the clean-up may just look for the folder
         string all;
         for (const auto& [name, lines] : files)
@@ -113,7 +113,7 @@ void Replace(const char* name, Function* replacement, const wchar_t* module = L"
 inline void ReplaceWriteFile(decltype(WriteFile)* replacement)
 {
     for (const wchar_t* runtime : {L"Tarnex_3", L"msvcrt", L"ucrtbase"})
-        if (::GetModuleHandleW(runtime) != nullptr)
+        if (::GetModuleHandleW(runtime))
             Replace("WriteFile", replacement, runtime);
 }
 

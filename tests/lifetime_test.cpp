@@ -22,7 +22,7 @@ int CountHeapBlocks()
 
 TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
 {
-    const string expected = kDebug + kHours + kLeftBehind;
+    string expected = kDebug + kHours + kLeftBehind;
     int before = 0;
     for (int round = -5; round < 45; ++round) {
         before = round < 1 ? CountHeapBlocks() : before;
@@ -35,7 +35,7 @@ TEST(Unloading, LogsTheHandlesLeftAndLeavesNothingInTheProcess)
     }
     Host host;
     host.tarnexSetLogName_3("x");
-    const fs::path path = *fs::directory_iterator(host.path);
+    fs::path path = *fs::directory_iterator(host.path);
     fs::remove(path), fs::create_directory(path);
     for (TarnexAuthHandle& handle : vector<TarnexAuthHandle>(50))
         host.tarnexCreateAuthHandle_3(&handle);

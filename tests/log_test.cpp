@@ -7,7 +7,7 @@ namespace {
 
 TEST(Log, BeginsWithTheFirstMessageAtTheLevelOfTheEnvironment)
 {
-    const string created = kLog + "[O] Created Tarnex Logger level [";
+    string created = kLog + "[O] Created Tarnex Logger level [";
     const std::pair<string, string> cases[] = {
         {"TRACE", "trace]\n"}, {"Debug", "debug]\n"}, {"I", "info]\n"},     {string(300, 'W'), "warning]\n"},
         {"OFF", "off]\n"},     {"C", "critical]\n"},  {"debug", "error]\n"}};
@@ -28,7 +28,7 @@ TEST(Log, TakesItsLevelFromTheHostAndHoldsLinesBelowErrUntilAFlush)
     host.tarnexSetLogLevel_3(TARNEX_LOG_ERR);
     EXPECT_EQ(host.Look(), kCreated);
     host.DeleteNull();
-    const string flushed = kCreated + "[O] Logger level was set to [error]\n" + kNoHandle;
+    string flushed = kCreated + "[O] Logger level was set to [error]\n" + kNoHandle;
     host.tarnexSetLogLevel_3(TARNEX_LOG_OFF);
     host.DeleteNull();
     host.tarnexSetLogLevel_3(TARNEX_LOG_TRACE);
@@ -141,7 +141,7 @@ TEST(Faults, AFileThatCannotBeOpenedThrowsAndIsTriedAgainWithTheEnvironmentOfThe
     Host host("D");
     host.tarnexSetLogName_3("x");
     EXPECT_THROW(host.tarnexSetLogName_3("\xFF"), std::range_error);
-    const fs::path path = *fs::directory_iterator(host.path);
+    fs::path path = *fs::directory_iterator(host.path);
     fs::remove(path), fs::create_directory(path);
     EXPECT_THROW(host.DeleteNull(), std::exception);
     fs::remove(path);

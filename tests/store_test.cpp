@@ -122,7 +122,7 @@ struct Store : testing::Test
 
     LogFolder folder;
     AuthHandle object;
-    string key = string(200, 'k'), none = string(200, 'n'), value = string(90, 'v'), text;
+    string key = string(200, 'k'), none = string(200, 'n'), value = string(90, 'v'), text = "before";
     TarnexAuthHandle doomed = nullptr, fresh = nullptr, *target = &fresh;
 
     vector<Call> onObject{{CALL(object.SetAuthParam(key, value))},
@@ -164,13 +164,13 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
                                  "[E] GetAuthParamInt(): [n] = [11] is out of range [<= [10]]\n");
     EndLog();
     SetLogLevel(TARNEX_LOG_TRACE);
-    EXPECT_EQ(object.GetAuthParam("k", text = "before"), TARNEX_E_PARAM_NOT_FOUND);
+    EXPECT_EQ(object.GetAuthParam("k", text), TARNEX_E_PARAM_NOT_FOUND);
     EXPECT_EQ(text, "before");
     EXPECT_EQ(object.GetAuthParamInt("k", nullptr, nullptr, nullptr), TARNEX_E_PARAM_NOT_FOUND);
     object.SetAuthParam("k", "1");
     object.LockAuthParam();
-    EXPECT_EQ(object.SetAuthParam("k", "2"), TARNEX_E_HANDLE_LOCKED);
-    EXPECT_EQ(object.RemoveAuthParam("x"), TARNEX_E_HANDLE_LOCKED);
+    EXPECT_EQ(object.SetAuthParam("x", "2"), TARNEX_E_HANDLE_LOCKED);
+    EXPECT_EQ(object.RemoveAuthParam("k"), TARNEX_E_HANDLE_LOCKED);
     EXPECT_EQ(object.GetAuthParam("k", text), TARNEX_OK);
     Flush();
     EXPECT_EQ(folder.Look(),
@@ -179,15 +179,15 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
                   "[D] GetAuthParam() key=[k] was not found\n[T] GetAuthParamInt() called with key=[k]\n"
                   "[D] GetAuthParamInt() key=[k] was not found\n[T] SetAuthParam() called with key=[k], value=[1]\n"
                   "[D] SetAuthParam(): parameter key=[k] is set to value=[1]\n[T] LockAuthParam() called\n"
-                  "[T] SetAuthParam() called with key=[k], value=[2]\n"
-                  "[W] SetAuthParam() called while AuthHandle is locked\n[T] RemoveAuthParam() called with key=[x]\n"
+                  "[T] SetAuthParam() called with key=[x], value=[2]\n"
+                  "[W] SetAuthParam() called while AuthHandle is locked\n[T] RemoveAuthParam() called with key=[k]\n"
                   "[W] RemoveAuthParam() called while AuthHandle is locked\n[T] GetAuthParam() called with key=[k]\n"
                   "[T] Logger Flush() was called\n");
     for (const unsigned size : {0u, 1u, 255u, 256u, 257u, 100000u}) {
-        const string bytes(size, '\xFF');
+        string bytes(size, '\xFF');
         tarnexCreateAuthHandle_3(&fresh);
         tarnexSetAuthParams_3(&fresh, bytes.c_str(), bytes.c_str());
-        reinterpret_cast<AuthHandle*>(fresh)->GetAuthParam(bytes, text = "before");
+        reinterpret_cast<AuthHandle*>(fresh)->GetAuthParam(bytes, text);
         EXPECT_EQ(text, bytes) << size;
     }
 }
@@ -229,6 +229,7 @@ TEST_F(Store, MakesCallsWaitForThoseThatTheyWouldDisturbAndForNoOther)
     for (const Call& waiting : {flush, setLevel, onObject[2]})
         HoldEachPlace(flush, waiting, onHandles[0]);
     HoldEachPlace(onObject[1], {CALL(object.LockAuthParam())}, onHandles[0]);
+    EXPECT_EQ(onObject[0].make(), TARNEX_E_HANDLE_LOCKED);
 }
 
 }  // namespace
