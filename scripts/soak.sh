@@ -6,9 +6,9 @@
 # CASE     what is repeated, without one all of these:
 #            ExitBusy           the process exits while six threads are inside calls
 #            FirstMessages      the same: the threads race for the first message before
-#            ExitWithHandles    ten exits with a handle left, most while a thread is held in a call
+#            ExitWithHandles    eight exits with handles left, most while a thread is held in a call
 #            UnloadDuringPass   unloading while the clean-up deletes a file
-#            Reload             35 loads, all in one process
+#            Reload             51 loads, all in one process
 #            Waiting            calls that are held at each place where they could be, with others that wait or do not
 #            NoMemory           allocations that fail, each in turn
 #            DiskFull           the demo with its log on a full disk (needs root)

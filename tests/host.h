@@ -12,10 +12,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
-#include <map>
 #include <regex>
 #include <thread>
-#include <vector>
 
 namespace fs = std::filesystem;
 using std::atomic, std::regex, std::string, std::to_string, std::vector;

@@ -131,7 +131,7 @@ TEST(Faults, OfFoldersAndTheSystemCostNoResultAndNoMoreThanTheyMust)
             host.AddFile(old, 100000);
         EXPECT_EQ(host.DeleteNull(), host.DeleteNull());
         EXPECT_EQ(host.tarnexFlushLog_3(), files == none ? TARNEX_E_NO_LOGGER : TARNEX_OK);
-        host.Unload();
+        EXPECT_TRUE(host.Unload());
         EXPECT_EQ(host.Look(), files);
     }
 }

@@ -172,6 +172,7 @@ TEST_F(Store, GivesParametersBackAndIsLockedForGood)
     EXPECT_EQ(object.SetAuthParam("x", "2"), TARNEX_E_HANDLE_LOCKED);
     EXPECT_EQ(object.RemoveAuthParam("k"), TARNEX_E_HANDLE_LOCKED);
     EXPECT_EQ(object.GetAuthParam("k", text), TARNEX_OK);
+    EXPECT_EQ(text, "1");
     Flush();
     EXPECT_EQ(folder.Look(),
               kLog +
