@@ -32,7 +32,7 @@ void PrintRow(const std::string& work, const std::string& library, const std::st
     std::fflush(stdout);
 }
 
-/** Sorts the samples of one side: their median, and all that is printed of them. */
+/** Sorts the samples: their median, and all that is printed of those of one side. */
 std::pair<double, std::string> Summarize(std::vector<double>& samples)
 {
     std::sort(samples.begin(), samples.end());
@@ -105,22 +105,22 @@ int main(int argc, char** argv)
     const Calls library = {dll.tarnexCreateAuthHandle_3, dll.tarnexDeleteAuthHandle_3, dll.tarnexSetAuthParams_3};
     const Calls byHand = GetCallsByHand();
 
-    /** Measures both sides in turn, after one round to warm up, and prints their medians. */
+    /** Measures both sides in turn, after one round to warm up. Takes the ratio of each round: the clock changes. */
     const auto compare = [&](const std::string& work, double goal, auto* time, int count, int rounds = 31) {
         if (rows.find(work[0]) == std::string::npos)
             return;
-        std::vector<double> samples[2];
-        for (int round = -1; round < rounds; ++round) {
-            const double times[] = {time(library, count), time(byHand, count)};
-            for (int side = 0; side < 2 && round >= 0; ++side)
-                samples[side].push_back(times[side]);
+        std::vector<double> ours, theirs, ratios;
+        for (int round = 0; round <= rounds; ++round) {
+            ours.push_back(time(library, count));
+            theirs.push_back(time(byHand, count));
+            ratios.push_back(ours.back() / theirs.back());
+            if (round == 0)
+                ours = theirs = ratios = {};
         }
-        const auto [ours, ourText] = Summarize(samples[0]);
-        const auto [theirs, theirText] = Summarize(samples[1]);
-        PrintRow(work, ourText, theirText, ours / theirs, goal);
+        PrintRow(work, Summarize(ours).second, Summarize(theirs).second, Summarize(ratios).first, goal);
     };
 
-    std::printf("%-44s %24s %24s %6s  %s\n", "work: median (least to most)", "library", "by hand", "ratio", "goal");
+    std::printf("%-44s %24s %24s %6s  %s\n", "work: medians (least to most)", "library", "by hand", "ratio", "goal");
     compare("1 set a short parameter, level err", 1.25, TimeSets, 200'000);
     g_Value = "a value of forty bytes, as tokens often.";
     compare("2 set a parameter of forty bytes, level err", 0.70, TimeSets, 200'000);

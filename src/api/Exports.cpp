@@ -1,7 +1,7 @@
 #include <tarnex_3.h>
 
-#include <cstring>
-#include <string>
+#include <memory>
+#include <string_view>
 
 #include "session/Session.h"
 
@@ -11,20 +11,19 @@ namespace {
 class COwnText
 {
 public:
-    explicit COwnText(const char* text) : m_Size(std::strlen(text))
+    explicit COwnText(std::string_view text) : m_Size(text.size())
     {
         if (m_Size > sizeof m_Short)
-            m_Long.assign(text, m_Size);
-        else
-            std::memcpy(m_Short, text, m_Size);
+            m_Long = std::make_unique_for_overwrite<char[]>(m_Size);
+        text.copy(m_Long ? m_Long.get() : m_Short, m_Size);
     }
 
-    operator std::string_view() const noexcept { return {m_Size > sizeof m_Short ? m_Long.data() : m_Short, m_Size}; }
+    operator std::string_view() const noexcept { return {m_Long ? m_Long.get() : m_Short, m_Size}; }
 
 private:
     std::size_t m_Size;
     char m_Short[256];
-    std::string m_Long;
+    std::unique_ptr<char[]> m_Long;
 };
 
 }  // namespace

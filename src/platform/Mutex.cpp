@@ -6,16 +6,22 @@
 
 void CMutex::lock()
 {
-    if (!IsProcessEnding())
+    if (IsProcessEnding()) [[unlikely]]
+        LockAtExit();
+    else
         m_Mutex->lock();
-    else if (!TakeAtExit())
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
 }
 
 void CMutex::unlock()
 {
     if (!m_bTakenForGood)
         m_Mutex->unlock();
+}
+
+void CMutex::LockAtExit()
+{
+    if (!TakeAtExit())
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
 }
 
 bool CMutex::TakeAtExit()

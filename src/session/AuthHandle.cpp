@@ -1,7 +1,5 @@
 #include "session/AuthHandle.h"
 
-#include <mutex>
-
 #include "logging/Logger.h"
 #include "platform/Text.h"
 

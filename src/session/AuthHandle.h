@@ -3,11 +3,10 @@
 #include <tarnex_3.h>
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-
-#include "platform/Mutex.h"
 
 /**
  * The object behind one handle: named parameters that can be locked against change for good.
@@ -40,14 +39,13 @@ public:
 
 private:
     /** Default hash that accepts views, so that a look-up needs no string of its own. */
-    struct TextHash
+    struct TextHash : std::hash<std::string_view>
     {
         using is_transparent = void;
-        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
     };
 
-    /** Taken after the session's lock, before the logger's. Guards all that follows. */
-    CMutex m_Mutex;
+    /** Under the session's lock, past which no call gets once exit has ended a thread in here. Guards what follows. */
+    std::mutex m_Mutex;
     bool m_bLocked = false;
     std::unordered_map<std::string, std::string, TextHash, std::equal_to<>> m_Params;
 };
