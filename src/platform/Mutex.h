@@ -5,7 +5,7 @@
 #include "platform/Abandonable.h"
 
 /**
- * The library's one kind of lock: a std::mutex that process exit cannot turn into a hang.
+ * The lock of all that is process-wide: a std::mutex that process exit cannot turn into a hang.
  *
  * Process exit ends other threads wherever they stand, holding what they hold. A plain mutex would let the
  * thread that is left, which runs the destructors, wait for them for ever. That thread never releases a lock either:

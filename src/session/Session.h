@@ -24,7 +24,7 @@ public:
     CSession() = default;
 
     /**
-     * Destroys the handles that hosts left behind and flushes the log. Takes no lock: no call may be in
+     * Destroys the handles that hosts left behind and flushes the log. Waits for no lock: no call may be in
      * progress. At process exit the objects stay, and the registry is not read if a thread was ended that may
      * have been changing it.
      */
@@ -47,7 +47,7 @@ public:
     TarnexResult FlushLog();
 
 private:
-    /** First of all locks. Held for the whole of each operation on handles; guards m_Handles. */
+    /** First of all locks. Held for the whole of each operation on handles; guards all that follows. */
     CMutex m_Mutex;
 
     using Registry = std::unordered_set<AuthHandle*>;
