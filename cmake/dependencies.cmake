@@ -1,11 +1,13 @@
 # spdlog and fmt. The toolchains for cross-compiling name the folder that holds their headers; elsewhere a package
 # manager provides them. Of its targets only the folders count: spdlog's would link the library of fmt as well.
 if(DEFINED TARNEX_DEPENDENCY_HEADERS)
+    # One that was given without its type may be relative: this makes it absolute.
+    set(TARNEX_DEPENDENCY_HEADERS ${TARNEX_DEPENDENCY_HEADERS} CACHE PATH "Folder with the headers of spdlog and fmt")
     set(headers ${TARNEX_DEPENDENCY_HEADERS})
     foreach(header spdlog/logger.h fmt/format.h)
-        if(NOT EXISTS ${headers}/${header})
-            message(FATAL_ERROR "TARNEX_DEPENDENCY_HEADERS, ${headers}, has no ${header}: name a folder that holds just "
-                "spdlog/ and fmt/ (links will do).")
+        if(NOT EXISTS ${headers}/${header} OR EXISTS ${headers}/stdio.h)
+            message(FATAL_ERROR "TARNEX_DEPENDENCY_HEADERS, ${headers}, has no ${header}, or a C library's headers as "
+                "well: name a folder that holds just spdlog/ and fmt/ (links will do).")
         endif()
     endforeach()
 else()

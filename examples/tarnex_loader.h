@@ -20,9 +20,9 @@ struct TarnexUnloader
 struct TarnexLoader
 {
     /**
-     * Loads the DLL from this path. A name without a folder is looked for in the program's folder, in System32 and in
-     * folders that were added by AddDllDirectory, but not in the current folder and not in PATH, where others may have
-     * put one. Throws std::runtime_error, with the system's error number, when the DLL or one of its functions is
+     * Loads the DLL from this full path. A name without a folder is looked for in the program's folder, in System32 and
+     * in folders that were added by AddDllDirectory, but not in the current folder and not in PATH, where others may
+     * have put one. Throws std::runtime_error, with the system's error number, when the DLL or one of its functions is
      * missing.
      */
     explicit TarnexLoader(const wchar_t* path = L"Tarnex_3.dll")

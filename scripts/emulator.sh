@@ -9,7 +9,8 @@
 set -o pipefail
 wine=$(dirname "${BASH_SOURCE[0]}")/wine.sh
 case "${1:-}" in
-    "" | -h | --help) exec "$wine" "$@" ;;
+    -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit 0 ;;
+    "") exec "$wine" ;;
 esac
 output=$(mktemp)
 trap 'rm -f "$output"' EXIT

@@ -29,6 +29,7 @@ try_kit() {
     mkdir -p "$kit"
     (cd "$kit" && cmake -E tar xf "$root/build/$1/packages"/*-tests.zip && cd ./*-tests &&
         timeout 900 "$root/scripts/wine.sh" cmd /c run-tests.cmd) | tr -d '\r'
+    rm -rf "$kit"
 }
 
 for preset in "${chosen[@]}"; do

@@ -29,7 +29,7 @@ DiskFull 50 -'
 take_preset "$@"
 shift $taken
 [ $# -eq 0 ] || grep -q "^$1 " <<<"$cases" || refuse "$1"
-[[ ${2:-1} =~ ^[1-9][0-9]*$ ]] || refuse "$2"
+[[ ${2:-1} =~ ^[1-9][0-9]*$ ]] || misused "COUNT must be 1 or more, not \"$2\""
 [ $# -le 2 ] || refuse "$3"
 
 row() { printf '%-17s | %6s | %s\n' "$@"; }
